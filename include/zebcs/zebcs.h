@@ -1,0 +1,12 @@
+/* All of the library's C interface. The role map's classes are C++ and stand in rolemap.hpp. */
+#ifndef ZEBCS_ZEBCS_H
+#define ZEBCS_ZEBCS_H
+
+#include <zebcs/encoding.h>
+#include <zebcs/frame.h>
+#include <zebcs/ipc.h>
+#include <zebcs/net.h>
+#include <zebcs/types.h>
+#include <zebcs/unistr.h>
+
+#endif
