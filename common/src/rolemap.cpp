@@ -14,8 +14,10 @@
 #include <cwchar>
 #include <new>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "owners.h"
 #include "qxauth_identity.h"
@@ -45,20 +47,21 @@ constexpr s32 kAdministratorPrivilege = 7;
 
 constexpr size_t kTypicalGroupCount = 100;
 
-// Splits a text at any one of the delimiters. Adjacent delimiters give empty tokens, and a text that ends in one
-// gives a last empty token.
+// Splits a text at any one of the delimiters, of which there are one or two. Adjacent delimiters give empty tokens,
+// and a text that ends in one gives a last empty token.
 class Tokenizer {
  public:
   Tokenizer(std::wstring_view text, std::wstring_view delimiters)
-      : m_rest(text), m_delimiters(delimiters), m_hasMore(!text.empty()) {}
+      : m_rest(text), m_delimiter1(delimiters.front()), m_delimiter2(delimiters.back()), m_hasMore(!text.empty()) {}
 
   bool HasMore() const { return m_hasMore; }
 
   std::wstring_view Next() {
-    const size_t end = m_rest.find_first_of(m_delimiters);
+    size_t end = 0;
+    while (end < m_rest.size() && m_rest[end] != m_delimiter1 && m_rest[end] != m_delimiter2) ++end;
     const std::wstring_view token = m_rest.substr(0, end);
-    m_hasMore = end != std::wstring_view::npos;
-    m_rest = m_hasMore ? m_rest.substr(end + 1) : std::wstring_view();
+    m_hasMore = end < m_rest.size();
+    m_rest.remove_prefix(m_hasMore ? end + 1 : end);
     return token;
   }
 
@@ -71,7 +74,8 @@ class Tokenizer {
 
  private:
   std::wstring_view m_rest;
-  std::wstring_view m_delimiters;
+  wchar_t m_delimiter1;
+  wchar_t m_delimiter2;
   bool m_hasMore;
 };
 
@@ -166,22 +170,26 @@ int ZEBRoleMapFileReaderException::MapErrorCodeToCmdId() const noexcept {
 QXAuthFileRecord::QXAuthFileRecord(const std::wstring &line, int lineNumber)
     : m_line(line), m_lineNumber(static_cast<unsigned long>(lineNumber)) {}
 
-QXAuthFileRecord::~QXAuthFileRecord() { DestroyRoles(); }
+QXAuthFileRecord::~QXAuthFileRecord() = default;
 
-void QXAuthFileRecord::DestroyRoles() noexcept {
-  for (const ZEBRole *role : m_Roles) delete role;
-  m_Roles.clear();
+void QXAuthFileRecord::GetRoles(std::deque<ZEBRole *> &roles) const {
+  roles.clear();
+  for (const std::unique_ptr<ZEBRole> &role : m_Roles) roles.push_back(role.get());
 }
-
-void QXAuthFileRecord::GetRoles(std::deque<ZEBRole *> &roles) const { roles = m_Roles; }
 
 namespace {
 
-// The privilege that a role keyword in lower case gives.
+// Whether the text is the keyword, which is in lower case, in any letter case.
+bool IsKeyword(std::wstring_view text, std::wstring_view keyword) {
+  return std::equal(text.begin(), text.end(), keyword.begin(), keyword.end(),
+                    [](wchar_t c, wchar_t expected) { return ToLower(c) == expected; });
+}
+
+// The privilege that a role keyword gives.
 std::optional<s32> PrivilegeOf(std::wstring_view role) {
-  if (role == ZEB_STR_ADMIN_ROLE) return kAdministratorPrivilege;
-  if (role == ZEB_STR_POWERUSER_ROLE) return kPowerUserPrivilege;
-  if (role == ZEB_STR_USER_ROLE) return kUserPrivilege;
+  if (IsKeyword(role, ZEB_STR_ADMIN_ROLE)) return kAdministratorPrivilege;
+  if (IsKeyword(role, ZEB_STR_POWERUSER_ROLE)) return kPowerUserPrivilege;
+  if (IsKeyword(role, ZEB_STR_USER_ROLE)) return kUserPrivilege;
   return std::nullopt;
 }
 
@@ -191,7 +199,7 @@ std::optional<s32> PrivilegeOf(std::wstring_view role) {
 //   NAMES          HOSTS                 ROLE
 struct EntryLine {
   std::wstring_view names;
-  std::wstring hosts;  // in lower case
+  std::wstring_view hosts;
   s32 privilege;
 };
 
@@ -202,9 +210,9 @@ std::optional<EntryLine> ClassifyEntryLine(std::wstring_view line) {
   if (!columns.HasMore()) return std::nullopt;
   const std::wstring_view hosts = columns.NextNonEmpty();
   if (!columns.HasMore()) return std::nullopt;
-  const std::optional<s32> privilege = PrivilegeOf(Lowered(columns.NextNonEmpty()));
+  const std::optional<s32> privilege = PrivilegeOf(columns.NextNonEmpty());
   if (!privilege) return std::nullopt;
-  return EntryLine{names, Lowered(hosts), *privilege};
+  return EntryLine{names, hosts, *privilege};
 }
 
 }  // namespace
@@ -218,13 +226,11 @@ void QXAuthFileRecord::PopulateZEBRoles() {
       const std::wstring_view name = names.Next();
       for (Tokenizer hosts(entry->hosts, COLUMN_SEPARATOR); hosts.HasMore();) {
         const std::wstring_view host = hosts.Next();
-        auto role = std::make_unique<ZEBRole>(ZEBRole{std::wstring(name), std::wstring(host), entry->privilege});
-        m_Roles.push_back(role.get());
-        (void)role.release();  // now the list's
+        m_Roles.push_back(std::make_unique<ZEBRole>(ZEBRole{std::wstring(name), Lowered(host), entry->privilege}));
       }
     }
   } catch (const std::bad_alloc &) {
-    DestroyRoles();
+    m_Roles.clear();
     throw ZEBRoleMapFileReaderException(MEMORY_ALLOCATION_FAILURE, 0);
   }
 }
@@ -350,114 +356,155 @@ ZEBRoleMapAlgorithm::~ZEBRoleMapAlgorithm() = default;
 
 namespace {
 
-// Whether a host key can equal an address text: only digits and dots, or a colon somewhere.
-bool MayBeAddress(std::wstring_view host) {
-  if (host.empty()) return false;
-  return host.find(L':') != std::wstring_view::npos ||
-         host.find_first_not_of(L"0123456789.") == std::wstring_view::npos;
+// What a lookup cannot find by the key alone: keys that contain "*.", and keys that may be an address, which has only
+// digits and dots, or a colon somewhere.
+struct HostKind {
+  bool isPattern;
+  bool isAddress;
+};
+
+HostKind KindOf(std::wstring_view host) {
+  bool isPattern = false;
+  bool hasColon = false;
+  bool hasOther = host.empty();
+  wchar_t previous = L'\0';
+  for (const wchar_t c : host) {
+    if (c == L':') hasColon = true;
+    if (c != L'.' && (c < L'0' || c > L'9')) hasOther = true;
+    if (c == DOMAIN_WILDCARD[1] && previous == DOMAIN_WILDCARD[0]) isPattern = true;
+    previous = c;
+  }
+  return {isPattern, hasColon || !hasOther};
 }
 
 }  // namespace
 
-// Adds a key that is not there yet. It should sort after all that are, which makes it cost no search.
-void ZEBRoleMapAlgorithm::HostRules::Append(const std::wstring &host, s32 privilege) {
-  const HostMap::value_type &entry = *hosts.emplace_hint(hosts.end(), host, privilege);
-  if (host.find(DOMAIN_WILDCARD) != std::wstring::npos) patterns.push_back(&entry);
-  if (MayBeAddress(host)) addresses.push_back(&entry);
+template <class Value>
+const Value *ZEBRoleMapAlgorithm::SortedMap<Value>::Find(const std::wstring &key) const {
+  const auto entry = std::lower_bound(entries.begin(), entries.end(), key,
+                                      [](const Entry &candidate, const std::wstring &k) { return candidate.key < k; });
+  return entry != entries.end() && entry->key == key ? &entry->value : nullptr;
 }
 
-namespace {
-
-// A grant on its way into the tables, with the start of its name packed into a number that orders as the names do:
-// sorting compares numbers, and looks at the texts only where these are equal.
-struct SortableRole {
-  u64 nameStart;
-  const ZEBRole *role;
-  size_t position;  // in the order of the file
+// A grant on its way into the tables, which take over its texts.
+struct ZEBRoleMapAlgorithm::Rule {
+  std::wstring name;
+  std::wstring host;
+  s32 privilege;
+  bool isForAnyone;
+  bool isForGroup;
+  bool isWalked;  // its host goes into WalkedKeys
   unsigned long lineNumber;
 
-  bool operator<(const SortableRole &other) const {
-    if (nameStart != other.nameStart) return nameStart < other.nameStart;
-    if (const int order = role->szUserName.compare(other.role->szUserName); order != 0) return order < 0;
-    if (const int order = role->szHostName.compare(other.role->szHostName); order != 0) return order < 0;
-    return position < other.position;
+  Rule(const ZEBRole &role, unsigned long line)
+      : name(role.szUserName),
+        host(role.szHostName),
+        privilege(role.nPerm),
+        isForAnyone(name == WILDCARD),
+        isForGroup(name.starts_with(GROUP_CHAR)),
+        lineNumber(line) {
+    const HostKind kind = KindOf(host);
+    isWalked = kind.isPattern || kind.isAddress;
   }
 };
 
-u64 PackedStart(const std::wstring &name) {
-  constexpr size_t kPackedCharacters = sizeof(u64);
-  u64 packed = 0;
-  bool isExact = true;  // a character that does not fit a byte ends what can be packed
-  for (size_t i = 0; i < kPackedCharacters; ++i) {
-    const wchar_t c = isExact && i < name.size() ? std::clamp(name[i], L'\0', L'\xFF') : L'\0';
-    packed = packed << 8 | static_cast<u8>(c);
-    isExact = isExact && c > L'\0' && c < L'\xFF';
+// A grant while the grants are sorted by name, host and place in the file. The start of the name is packed into
+// numbers that order as names do: these are compared side by side in memory, and the texts only where they are equal.
+struct ZEBRoleMapAlgorithm::SortKey {
+  std::array<u64, 2> nameStart;
+  Rule *rule;  // in the order of the file
+
+  explicit SortKey(Rule &r) : nameStart{}, rule(&r) {
+    bool isExact = true;  // the end of the name, or a character that does not fit a byte, ends what can be packed
+    size_t i = 0;
+    for (u64 &part : nameStart) {
+      for (size_t byte = 0; byte < sizeof part; ++byte, ++i) {
+        const wchar_t c = isExact && i < r.name.size() ? std::clamp(r.name[i], L'\0', L'\xFF') : L'\0';
+        part = part << 8 | static_cast<u8>(c);
+        isExact = isExact && c > L'\0' && c < L'\xFF';
+      }
+    }
   }
-  return packed;
-}
 
-bool SameNameAndHost(const ZEBRole &a, const ZEBRole &b) {
-  return a.szUserName == b.szUserName && a.szHostName == b.szHostName;
-}
+  bool operator<(const SortKey &other) const {
+    if (nameStart[0] != other.nameStart[0]) return nameStart[0] < other.nameStart[0];
+    if (nameStart[1] != other.nameStart[1]) return nameStart[1] < other.nameStart[1];
+    if (const int order = rule->name.compare(other.rule->name); order != 0) return order < 0;
+    if (const int order = rule->host.compare(other.rule->host); order != 0) return order < 0;
+    return rule < other.rule;
+  }
 
-bool IsUserRule(const ZEBRole &role) { return role.szUserName != WILDCARD && !role.szUserName.starts_with(GROUP_CHAR); }
+  bool HasSameNameAs(const SortKey &other) const {
+    return nameStart == other.nameStart && rule->name == other.rule->name;
+  }
+  bool IsSameRuleAs(const SortKey &other) const { return HasSameNameAs(other) && rule->host == other.rule->host; }
+};
 
-}  // namespace
-
-// The grants are sorted first and then appended in order: building a tree from sorted keys costs no search, and
-// repeated ones stand side by side.
+// The grants are sorted first and then appended in order: that costs no search, and repeated ones stand side by side.
 void ZEBRoleMapAlgorithm::Initialize(const std::deque<QXAuthFileRecord *> &records) {
   const VornCriticalSection lock(m_CriticalSection);
   if (m_bInitialized) return;
-  m_UserLkupMap.clear();
-  m_GroupLkupMap.clear();
+  m_UserLkupMap = {};
+  m_GroupLkupMap = {};
   m_HostLkupMap = {};
 
-  std::vector<SortableRole> roles;
-  roles.reserve(records.size());
-  std::deque<ZEBRole *> rolesOfRecord;
+  std::vector<Rule> rules;
+  rules.reserve(records.size());
+  std::deque<ZEBRole *> roles;
   for (const QXAuthFileRecord *record : records) {
-    record->GetRoles(rolesOfRecord);
-    for (const ZEBRole *role : rolesOfRecord) {
-      roles.push_back({PackedStart(role->szUserName), role, roles.size(), record->GetLineNumber()});
+    record->GetRoles(roles);
+    for (const ZEBRole *role : roles) {
+      rules.emplace_back(*role, record->GetLineNumber());
     }
   }
-  std::sort(roles.begin(), roles.end());
+  std::vector<SortKey> order(rules.begin(), rules.end());
+  std::sort(order.begin(), order.end());
 
   // Of several users named twice the first in the file is the error; what stands before it goes into the tables.
-  const SortableRole *duplicate = nullptr;
-  for (size_t i = 1; i < roles.size(); ++i) {
-    if (!IsUserRule(*roles[i].role) || !SameNameAndHost(*roles[i - 1].role, *roles[i].role)) continue;
-    if (duplicate == nullptr || roles[i].position < duplicate->position) duplicate = &roles[i];
+  const Rule *duplicate = nullptr;
+  for (size_t i = 1; i < order.size(); ++i) {
+    const Rule *const rule = order[i].rule;
+    if (!order[i].IsSameRuleAs(order[i - 1]) || rule->isForAnyone || rule->isForGroup) continue;
+    if (duplicate == nullptr || rule < duplicate) duplicate = rule;
   }
-  const size_t end = duplicate == nullptr ? roles.size() : duplicate->position;
-
-  HostRules *rules = nullptr;  // of the user or group at hand
-  const std::wstring *rulesName = nullptr;
-  for (size_t i = 0; i < roles.size();) {
-    const ZEBRole &role = *roles[i].role;
-    // Kept: a group or "*" named again for a host is merged to the stronger privilege, where a user is an error.
-    s32 privilege = 0;
-    bool isInTables = false;
-    for (; i < roles.size() && SameNameAndHost(role, *roles[i].role); ++i) {
-      if (roles[i].position >= end) continue;
-      privilege = isInTables ? std::max(privilege, roles[i].role->nPerm) : roles[i].role->nPerm;
-      isInTables = true;
-    }
-    if (!isInTables) continue;
-    if (role.szUserName == WILDCARD) {
-      m_HostLkupMap.Append(role.szHostName, privilege);
-      continue;
-    }
-    if (rulesName == nullptr || *rulesName != role.szUserName) {
-      RulesMap &map = role.szUserName.starts_with(GROUP_CHAR) ? m_GroupLkupMap : m_UserLkupMap;
-      rules = &map.try_emplace(map.end(), role.szUserName)->second;
-      rulesName = &role.szUserName;
-    }
-    rules->Append(role.szHostName, privilege);
+  if (duplicate != nullptr) {
+    std::erase_if(order, [duplicate](const SortKey &key) { return key.rule >= duplicate; });
+    BuildTables(order);
+    throw ZEBRoleMapFileReaderException(DUPLICATE_ENTRY, duplicate->lineNumber);
   }
-  if (duplicate != nullptr) throw ZEBRoleMapFileReaderException(DUPLICATE_ENTRY, duplicate->lineNumber);
+  BuildTables(order);
   m_bInitialized = true;
+}
+
+void ZEBRoleMapAlgorithm::BuildTables(std::span<const SortKey> order) {
+  for (size_t i = 0; i < order.size();) {
+    const size_t first = i;
+    Rule &firstRule = *order[first].rule;
+    RulesMap &map = firstRule.isForGroup ? m_GroupLkupMap : m_UserLkupMap;
+    HostRules &rules = firstRule.isForAnyone ? m_HostLkupMap : map.entries.emplace_back().value;
+    std::vector<HostMap::Entry> &hosts = rules.hosts.entries;
+    bool hasWalkedKeys = false;
+    do {
+      Rule &rule = *order[i].rule;
+      hasWalkedKeys = hasWalkedKeys || rule.isWalked;
+      // Kept: a group or "*" named again for a host is merged to the stronger privilege, where a user is an error.
+      if (!hosts.empty() && hosts.back().key == rule.host) {
+        hosts.back().value = std::max(hosts.back().value, rule.privilege);
+      } else {
+        hosts.push_back({std::move(rule.host), rule.privilege});
+      }
+    } while (++i < order.size() && order[i].HasSameNameAs(order[first]));
+    if (hasWalkedKeys) rules.walked = std::make_unique<WalkedKeys>(hosts);
+    if (!firstRule.isForAnyone) map.entries.back().key = std::move(firstRule.name);
+  }
+}
+
+ZEBRoleMapAlgorithm::WalkedKeys::WalkedKeys(const std::vector<HostMap::Entry> &hosts) {
+  for (const HostMap::Entry &entry : hosts) {
+    const HostKind kind = KindOf(entry.key);
+    if (kind.isPattern) patterns.push_back(&entry);
+    if (kind.isAddress) addresses.push_back(&entry);
+  }
 }
 
 namespace {
@@ -561,117 +608,121 @@ std::vector<std::wstring> GroupKeysOf(const std::wstring &userName) {
   return keys;
 }
 
-template <class Map>
-const s32 *FindPrivilege(const Map &hosts, const std::wstring &host) {
-  const auto entry = hosts.find(host);
-  return entry == hosts.end() ? nullptr : &entry->second;
-}
-
-template <class Rules>
-const s32 *FindDomain(const Rules &rules, ThisMachine &machine) {
-  if (rules.patterns.empty()) return nullptr;  // the domain's key would be one of them
-  const std::optional<std::wstring> &key = machine.DomainKey();
-  return key ? FindPrivilege(rules.hosts, *key) : nullptr;
-}
-
-// The strongest privilege of the rules whose host is written exactly as one of the machine's addresses; 0 for none.
-template <class Rules>
-s32 StrongestOfAddresses(const Rules &rules, ThisMachine &machine) {
-  s32 strongest = 0;
-  if (rules.addresses.empty()) return strongest;
-  for (const char *address : machine.Addresses()) {
-    const auto wide = Widened(address);
-    const s32 *const privilege = wide ? FindPrivilege(rules.hosts, *wide) : nullptr;
-    if (privilege != nullptr) strongest = std::max(strongest, *privilege);
-  }
-  return strongest;
-}
-
-// The strongest privilege of the rules whose host is one of the machine's addresses in any notation; for each
-// address the first such rule counts. 0 for none.
-template <class Rules>
-s32 StrongestOfEqualAddresses(const Rules &rules, ThisMachine &machine) {
-  s32 strongest = 0;
-  if (rules.addresses.empty()) return strongest;
-  for (const char *address : machine.Addresses()) {
-    for (const auto *entry : rules.addresses) {
-      const std::optional<std::string> host = Narrowed(entry->first);
-      if (!host || CheckIPEqual(host->c_str(), address) != 1) continue;
-      strongest = std::max(strongest, entry->second);
-      break;
-    }
-  }
-  return strongest;
-}
-
 bool MatchesPattern(const std::wstring &key, const std::wstring &host) { return key.find(host) != std::wstring::npos; }
-
-// The rules of one user. Nothing when none of them matches.
-template <class Rules>
-std::optional<s32> DecideByUserRules(const Rules &rules, const std::wstring &host, ThisMachine &machine) {
-  // Kept: a domain pattern matches a host that is part of the pattern, not one that is part of the domain.
-  for (const auto *entry : rules.patterns) {
-    if (MatchesPattern(entry->first, host)) return entry->second;
-  }
-  if (const s32 *privilege = FindPrivilege(rules.hosts, host)) return *privilege;
-  if (const s32 strongest = StrongestOfEqualAddresses(rules, machine); strongest != 0) return strongest;
-  if (const s32 *privilege = FindDomain(rules, machine)) return *privilege;
-  if (const s32 *privilege = FindPrivilege(rules.hosts, WILDCARD)) return *privilege;
-  return std::nullopt;
-}
-
-// The rules of the user's groups, each step over all groups before the next step. 0 when none matches.
-template <class Rules>
-s32 DecideByGroupRules(const std::vector<const Rules *> &groups, const std::wstring &host, ThisMachine &machine) {
-  s32 strongest = 0;
-  const auto raise = [&strongest](const s32 *privilege) {
-    if (privilege != nullptr) strongest = std::max(strongest, *privilege);
-  };
-  for (const Rules *rules : groups) {
-    for (const auto *entry : rules->patterns) {
-      if (MatchesPattern(entry->first, host)) raise(&entry->second);
-    }
-    raise(FindPrivilege(rules->hosts, host));
-  }
-  if (strongest != 0) return strongest;
-  for (const Rules *rules : groups) strongest = std::max(strongest, StrongestOfAddresses(*rules, machine));
-  if (strongest != 0) return strongest;
-  for (const Rules *rules : groups) raise(FindDomain(*rules, machine));
-  if (strongest != 0) return strongest;
-  for (const Rules *rules : groups) raise(FindPrivilege(rules->hosts, WILDCARD));
-  return strongest;
-}
-
-// The rules for anyone. 0 when none matches.
-template <class Rules>
-s32 DecideByHostRules(const Rules &rules, const std::wstring &host, ThisMachine &machine) {
-  if (const s32 *privilege = FindPrivilege(rules.hosts, host)) return *privilege;
-  if (const s32 strongest = StrongestOfAddresses(rules, machine); strongest != 0) return strongest;
-  if (const s32 *privilege = FindDomain(rules, machine)) return *privilege;
-  if (const s32 *privilege = FindPrivilege(rules.hosts, WILDCARD)) return *privilege;
-  return 0;
-}
 
 }  // namespace
 
+// The search for one answer: the steps that the three tables share, and the tables' own order of steps.
+struct ZEBRoleMapAlgorithm::Search {
+  const std::wstring &host;
+  ThisMachine machine = {};
+
+  static const KeyList &Patterns(const HostRules &rules) {
+    static const KeyList kNone;
+    return rules.walked == nullptr ? kNone : rules.walked->patterns;
+  }
+
+  static const KeyList &Addresses(const HostRules &rules) {
+    static const KeyList kNone;
+    return rules.walked == nullptr ? kNone : rules.walked->addresses;
+  }
+
+  const s32 *FindDomain(const HostRules &rules) {
+    if (Patterns(rules).empty()) return nullptr;  // the domain's key would be one of them
+    const std::optional<std::wstring> &key = machine.DomainKey();
+    return key ? rules.hosts.Find(*key) : nullptr;
+  }
+
+  // The strongest privilege of the rules whose host is written exactly as one of the machine's addresses; 0 for none.
+  s32 StrongestOfAddresses(const HostRules &rules) {
+    s32 strongest = 0;
+    if (Addresses(rules).empty()) return strongest;
+    for (const char *address : machine.Addresses()) {
+      const auto wide = Widened(address);
+      const s32 *const privilege = wide ? rules.hosts.Find(*wide) : nullptr;
+      if (privilege != nullptr) strongest = std::max(strongest, *privilege);
+    }
+    return strongest;
+  }
+
+  // The strongest privilege of the rules whose host is one of the machine's addresses in any notation; for each
+  // address the first such rule counts. 0 for none.
+  s32 StrongestOfEqualAddresses(const HostRules &rules) {
+    s32 strongest = 0;
+    if (Addresses(rules).empty()) return strongest;
+    for (const char *address : machine.Addresses()) {
+      for (const HostMap::Entry *entry : Addresses(rules)) {
+        const std::optional<std::string> key = Narrowed(entry->key);
+        if (!key || CheckIPEqual(key->c_str(), address) != 1) continue;
+        strongest = std::max(strongest, entry->value);
+        break;
+      }
+    }
+    return strongest;
+  }
+
+  // The rules of one user. Nothing when none of them matches.
+  std::optional<s32> DecideByUser(const HostRules &rules) {
+    // Kept: a domain pattern matches a host that is part of the pattern, not one that is part of the domain.
+    for (const HostMap::Entry *entry : Patterns(rules)) {
+      if (MatchesPattern(entry->key, host)) return entry->value;
+    }
+    if (const s32 *privilege = rules.hosts.Find(host)) return *privilege;
+    if (const s32 strongest = StrongestOfEqualAddresses(rules); strongest != 0) return strongest;
+    if (const s32 *privilege = FindDomain(rules)) return *privilege;
+    if (const s32 *privilege = rules.hosts.Find(WILDCARD)) return *privilege;
+    return std::nullopt;
+  }
+
+  // The rules of the user's groups, each step over all groups before the next step. 0 when none matches.
+  s32 DecideByGroups(const std::vector<const HostRules *> &groups) {
+    s32 strongest = 0;
+    const auto raise = [&strongest](const s32 *privilege) {
+      if (privilege != nullptr) strongest = std::max(strongest, *privilege);
+    };
+    for (const HostRules *rules : groups) {
+      for (const HostMap::Entry *entry : Patterns(*rules)) {
+        if (MatchesPattern(entry->key, host)) raise(&entry->value);
+      }
+      raise(rules->hosts.Find(host));
+    }
+    if (strongest != 0) return strongest;
+    for (const HostRules *rules : groups) strongest = std::max(strongest, StrongestOfAddresses(*rules));
+    if (strongest != 0) return strongest;
+    for (const HostRules *rules : groups) raise(FindDomain(*rules));
+    if (strongest != 0) return strongest;
+    for (const HostRules *rules : groups) raise(rules->hosts.Find(WILDCARD));
+    return strongest;
+  }
+
+  // The rules for anyone. 0 when none matches.
+  s32 DecideByHost(const HostRules &rules) {
+    if (const s32 *privilege = rules.hosts.Find(host)) return *privilege;
+    if (const s32 strongest = StrongestOfAddresses(rules); strongest != 0) return strongest;
+    if (const s32 *privilege = FindDomain(rules)) return *privilege;
+    if (const s32 *privilege = rules.hosts.Find(WILDCARD)) return *privilege;
+    return 0;
+  }
+};
+
 void ZEBRoleMapAlgorithm::GetUserPrivileges(ZEBRole &role) {
   role.nPerm = 0;
-  ThisMachine machine;
-  if (const auto user = m_UserLkupMap.find(role.szUserName); user != m_UserLkupMap.end()) {
-    if (const std::optional<s32> privilege = DecideByUserRules(user->second, role.szHostName, machine)) {
+  Search search{.host = role.szHostName};
+  if (const HostRules *rules = m_UserLkupMap.Find(role.szUserName)) {
+    if (const std::optional<s32> privilege = search.DecideByUser(*rules)) {
       role.nPerm = *privilege;
       return;
     }
   }
-  if (!m_GroupLkupMap.empty()) {
+  if (!m_GroupLkupMap.entries.empty()) {
     std::vector<const HostRules *> groups;
     for (const std::wstring &key : GroupKeysOf(role.szUserName)) {
-      if (const auto found = m_GroupLkupMap.find(key); found != m_GroupLkupMap.end()) groups.push_back(&found->second);
+      if (const HostRules *rules = m_GroupLkupMap.Find(key)) groups.push_back(rules);
     }
-    role.nPerm = DecideByGroupRules(groups, role.szHostName, machine);
+    role.nPerm = search.DecideByGroups(groups);
     if (role.nPerm != 0) return;
   }
-  role.nPerm = DecideByHostRules(m_HostLkupMap, role.szHostName, machine);
+  role.nPerm = search.DecideByHost(m_HostLkupMap);
 }
 
 s32 ZEBRoleMapAlgorithm::GetOSPrivilege(const astring *userName) {

@@ -21,9 +21,9 @@
 #include <deque>
 #include <exception>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -119,11 +119,9 @@ class ZEBCS_API QXAuthFileRecord {
   unsigned long GetLineNumber() const noexcept { return m_lineNumber; }
 
  private:
-  void DestroyRoles() noexcept;
-
   std::wstring m_line;
   unsigned long m_lineNumber;
-  std::deque<ZEBRole *> m_Roles;  // owned
+  std::vector<std::unique_ptr<ZEBRole>> m_Roles;  // a deque would take half a kilobyte for the usual one grant
 };
 
 // The one reader of the role-map file.
@@ -189,20 +187,43 @@ class ZEBCS_API ZEBRoleMapAlgorithm {
  private:
   friend class QXAuthFileReader;  // marks the tables stale
 
-  using HostMap = std::map<std::wstring, s32>;
+  // A map from text to value, as an array in code-point order: it is built once, from sorted keys, and looked up from
+  // then on. Entries do not move after that.
+  template <class Value>
+  struct SortedMap {
+    struct Entry {
+      std::wstring key;
+      Value value;
+    };
+    std::vector<Entry> entries;
 
-  // The rules of one user or group, and those of their host keys that a lookup has to walk.
+    const Value *Find(const std::wstring &key) const;
+  };
+  using HostMap = SortedMap<s32>;
+
+  // The host keys of one user or group that a lookup has to walk, in order.
+  using KeyList = std::vector<const HostMap::Entry *>;
+  struct WalkedKeys {
+    KeyList patterns;   // contain "*."
+    KeyList addresses;  // may be an IP address
+
+    explicit WalkedKeys(const std::vector<HostMap::Entry> &hosts);
+  };
+
+  // The rules of one user or group.
   struct HostRules {
     HostMap hosts;
-    std::vector<const HostMap::value_type *> patterns;   // keys that contain "*.", in key order
-    std::vector<const HostMap::value_type *> addresses;  // keys that may be an IP address, in key order
-
-    void Append(const std::wstring &host, s32 privilege);
+    std::unique_ptr<WalkedKeys> walked;  // null for the usual rules, which have no such key
   };
-  using RulesMap = std::map<std::wstring, HostRules>;
+  using RulesMap = SortedMap<HostRules>;
+
+  struct Rule;
+  struct SortKey;
+  struct Search;
 
   ZEBRoleMapAlgorithm();
   ~ZEBRoleMapAlgorithm();
+  void BuildTables(std::span<const SortKey> order);
 
   VornSupport::VornCriticalSectionObject m_CriticalSection;  // held by Initialize
   RulesMap m_UserLkupMap;                                    // by user name
