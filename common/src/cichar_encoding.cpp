@@ -1,5 +1,6 @@
 // Conversion between UTF-8, UTF-16 and UCS-4, XML escaping, backslash escapes and hex dumps.
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -13,8 +14,6 @@
 namespace {
 
 constexpr u32 kLastUTF16CodePoint = 0x10FFFF;
-constexpr size_t kMaxUTF8LengthOfUnit = 4;  // 3 for the unit itself, 4 for the pair that it may stand for
-constexpr size_t kMaxUTF16Length = 2;
 
 bool IsSurrogate(u32 c) { return (c & 0xFFFFF800) == 0xD800; }
 bool IsHighSurrogate(u32 c) { return (c & 0xFFFFFC00) == 0xD800; }
@@ -66,69 +65,163 @@ Decoded ReadUTF8Sequence(const u8 *pSrc) {
   return {codePoint, length};
 }
 
-// UTF-8 to UTF-16. Plain ASCII goes by blocks, the rest character by character, with the room asked for once for as
-// many characters as are sure to fit.
+// Puts one character of UTF-8, which is not the terminator, as UTF-16, with all checks. `length` receives its length.
 template <class Output>
-s32 UTF8ToUTF16(const u8 *pSrc, Output &output) {
-  for (;;) {
-    size_t sure = output.Left() / kMaxUTF16Length;
-    if (sure == 0) {
-      // Room for one unit at most: a character that needs two does not fit.
-      if (*pSrc == 0) return SM_STATUS_SUCCESS;
-      const Decoded decoded = *pSrc < 0x80 ? Decoded{*pSrc, 1} : ReadUTF8Sequence(pSrc);
-      if (decoded.length == 0 || decoded.codePoint > kLastUTF16CodePoint) return SM_STATUS_BAD_DATA;
-      if (output.Left() == 0 || decoded.codePoint > 0xFFFF) return SM_STATUS_BUFFER_TOO_SMALL;
-      output.Put(static_cast<ustring>(decoded.codePoint));
-      pSrc += decoded.length;
-      continue;
-    }
-    while (sure > 0) {
-      if (IsBlockAligned(pSrc)) {
-        while (sure >= kBlockSize) {
-          const __m128i zero = _mm_setzero_si128();
-          const __m128i block = LoadBlock(pSrc);
-          if ((BlockMask(block) | BlockMask(_mm_cmpeq_epi8(block, zero))) != 0) break;
-          output.PutBlock(_mm_unpacklo_epi8(block, zero));
-          output.PutBlock(_mm_unpackhi_epi8(block, zero));
-          pSrc += kBlockSize;
-          sure -= kBlockSize;
+Conversion PutCheckedSequence(const u8 *pSrc, size_t &length, Output output) {
+  const Decoded decoded = *pSrc < 0x80 ? Decoded{*pSrc, 1} : ReadUTF8Sequence(pSrc);
+  const bool isPair = decoded.codePoint > 0xFFFF;
+  length = decoded.length;
+  s32 status = SM_STATUS_SUCCESS;
+  if (length == 0 || decoded.codePoint > kLastUTF16CodePoint) {
+    status = SM_STATUS_BAD_DATA;
+  } else if (output.Left() < (isPair ? 2 : 1)) {
+    status = SM_STATUS_BUFFER_TOO_SMALL;
+  } else if (isPair) {
+    // Kept: 0x10000 is not taken off before the split, so the pair reads back as another code point.
+    output.Put(static_cast<ustring>(0xD800 | (decoded.codePoint >> 10 & 0x3FF)));
+    output.Put(static_cast<ustring>(0xDC00 | (decoded.codePoint & 0x3FF)));
+  } else {
+    output.Put(static_cast<ustring>(decoded.codePoint));
+  }
+  return {status, output.Used()};
+}
+
+// The end of a stretch of text: the first zero at or after p, or a block boundary a few blocks on. Nothing after p and
+// before the end is zero, so a loop up to there need not look for the terminator.
+constexpr int kStretchBlocks = 32;
+constexpr ptrdiff_t kLongestInStretch = 3;  // bytes of a sequence
+
+const u8 *StretchEnd(const u8 *p, int maxBlocks) {
+  const BlockPosition position = BlockOf(p);
+  const u8 *base = static_cast<const u8 *>(position.base);
+  unsigned inText = BitRange(position.index, kBlockSize);
+  for (int i = 0; i < maxBlocks; ++i, base += kBlockSize, inText = BitRange(0, kBlockSize)) {
+    const unsigned zeros = BlockMask(_mm_cmpeq_epi8(LoadBlock(base), _mm_setzero_si128())) & inText;
+    if (zeros != 0) return base + FirstIn(zeros);
+  }
+  return base;
+}
+
+template <class Word>
+Word LoadWord(const void *p) {
+  Word word;
+  std::memcpy(&word, p, sizeof word);
+  return word;
+}
+
+inline __m128i LoadHalfBlock(const void *p) { return _mm_loadl_epi64(static_cast<const __m128i *>(p)); }
+
+// Stores the UTF-16 of a stretch of UTF-8. Stops at sequences of more than three bytes, at bytes that start none, and
+// where the stretch may end inside a sequence. The room is that of one unit for each byte.
+template <class Output>
+[[gnu::always_inline]] inline const u8 *PutStretchAsUTF16(const u8 *p, const u8 *end, Output &output) {
+  constexpr ptrdiff_t kWord = sizeof(u64);
+  while (end - p >= kLongestInStretch) {
+    const u32 b0 = p[0];
+    if (b0 < 0x80) {
+      if (end - p >= kWord) {
+        const u64 word = LoadWord<u64>(p);
+        const __m128i units = _mm_unpacklo_epi8(LoadHalfBlock(p), _mm_setzero_si128());
+        if ((word & 0x8080808080808080) == 0) {
+          output.PutBlock(units);
+          p += kWord;
+          continue;
         }
-        if (sure == 0) break;
+        if ((word & 0x80808080) == 0) {
+          output.PutWord(_mm_cvtsi128_si64(units));
+          p += kWord / 2;
+          continue;
+        }
       }
-      const u8 *const stop = pSrc + std::min(sure, kBlockSize - reinterpret_cast<uintptr_t>(pSrc) % kBlockSize);
-      do {
-        const u32 b0 = pSrc[0];
-        if (b0 < 0x80) {
-          if (b0 == 0) return SM_STATUS_SUCCESS;
-          output.Put(static_cast<ustring>(b0));
-          pSrc += 1;
-        } else if ((b0 & 0xE0) == 0xC0 && pSrc[1] != 0) {
-          output.Put(static_cast<ustring>((b0 & 0x1F) << 6 | (pSrc[1] & 0x3Fu)));
-          pSrc += 2;
-        } else if ((b0 & 0xF0) == 0xE0 && pSrc[1] != 0 && pSrc[2] != 0) {
-          output.Put(static_cast<ustring>((b0 & 0x0F) << 12 | (pSrc[1] & 0x3Fu) << 6 | (pSrc[2] & 0x3Fu)));
-          pSrc += 3;
-        } else {
-          const Decoded decoded = ReadUTF8Sequence(pSrc);
-          if (decoded.length == 0 || decoded.codePoint > kLastUTF16CodePoint) return SM_STATUS_BAD_DATA;
-          if (decoded.codePoint > 0xFFFF) {
-            // Kept: 0x10000 is not taken off before the split, so the pair reads back as another code point.
-            output.Put(static_cast<ustring>(0xD800 | (decoded.codePoint >> 10 & 0x3FF)));
-            output.Put(static_cast<ustring>(0xDC00 | (decoded.codePoint & 0x3FF)));
-          } else {
-            output.Put(static_cast<ustring>(decoded.codePoint));
-          }
-          pSrc += decoded.length;
-        }
-        --sure;
-      } while (pSrc < stop);
+      output.Put(static_cast<ustring>(b0));
+      p += 1;
+    } else if ((b0 & 0xE0) == 0xC0) {
+      if (end - p >= kWord && (LoadWord<u64>(p) & 0xC0E0C0E0C0E0C0E0) == 0x80C080C080C080C0) {
+        // Four sequences of two bytes, each of which is one 16-bit lane with the lead in the low half.
+        const __m128i lanes = LoadHalfBlock(p);
+        const __m128i high = _mm_slli_epi16(_mm_and_si128(lanes, _mm_set1_epi16(0x1F)), 6);
+        const __m128i low = _mm_and_si128(_mm_srli_epi16(lanes, 8), _mm_set1_epi16(0x3F));
+        output.PutWord(_mm_cvtsi128_si64(_mm_or_si128(high, low)));
+        p += kWord;
+        continue;
+      }
+      output.Put(static_cast<ustring>((b0 & 0x1F) << 6 | (p[1] & 0x3Fu)));
+      p += 2;
+    } else if ((b0 & 0xF0) == 0xE0) {
+      output.Put(static_cast<ustring>(b0 << 12 | (p[1] & 0x3Fu) << 6 | (p[2] & 0x3Fu)));
+      p += 3;
+    } else {
+      break;
     }
+  }
+  return p;
+}
+
+// Counts the UTF-16 units of whole blocks of UTF-8 in which every sequence has one to three bytes and its continuation
+// bytes are in their places. `p` is at a block's start; returns the start of the first character that is not counted.
+template <class Output>
+[[gnu::always_inline]] inline const u8 *CountBlocksAsUTF16(const u8 *p, Output &output) {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i three = _mm_set1_epi8(static_cast<char>(0xE0));
+  const __m128i four = _mm_set1_epi8(static_cast<char>(0xF0));
+  const u8 *const start = p;
+  __m128i continuationCount = zero;  // in two halves
+  unsigned expected = 0;             // where continuation bytes must be, a bit for each byte from p on
+  for (;; p += kBlockSize) {
+    const __m128i block = LoadBlock(p);
+    const __m128i isEndOrLong =
+        _mm_or_si128(_mm_cmpeq_epi8(block, zero), _mm_cmpeq_epi8(_mm_max_epu8(block, four), block));
+    const __m128i isContinuation = _mm_cmplt_epi8(block, _mm_set1_epi8(static_cast<char>(0xC0)));
+    const unsigned continuations = BlockMask(isContinuation);
+    const unsigned leads = BlockMask(block) & ~continuations;
+    const unsigned threes = BlockMask(_mm_cmpeq_epi8(_mm_max_epu8(block, three), block));
+    const unsigned expectedHere = expected | leads << 1 | threes << 2;
+    if (BlockMask(isEndOrLong) != 0 || (expectedHere & BitRange(0, kBlockSize)) != continuations) break;
+    expected = expectedHere >> kBlockSize;
+    continuationCount = _mm_add_epi64(continuationCount, _mm_sad_epu8(_mm_sub_epi8(zero, isContinuation), zero));
+  }
+  const __m128i sum = _mm_add_epi64(continuationCount, _mm_unpackhi_epi64(continuationCount, continuationCount));
+  output.Skip(static_cast<size_t>(p - start) - static_cast<size_t>(_mm_cvtsi128_si64(sum)));
+  if (expected == 0) return p;
+  // The last character reaches into the block at p: it is not counted after all.
+  output.TakeBack(1);
+  do --p;
+  while ((*p & 0xC0) == 0x80);
+  return p;
+}
+
+// UTF-8 to UTF-16. Whole blocks of ASCII and stretches of common text go fast, anything else character by character.
+template <class Output>
+Conversion UTF8ToUTF16(const u8 *pSrc, Output output) {
+  const __m128i zero = _mm_setzero_si128();
+  for (;;) {
+    if (IsBlockAligned(pSrc)) {
+      for (; output.Left() >= kBlockSize; pSrc += kBlockSize) {
+        const __m128i block = LoadBlock(pSrc);
+        if (BlockMask(_mm_cmpgt_epi8(block, zero)) != BitRange(0, kBlockSize)) break;  // not all of 0x01 to 0x7F
+        output.PutBlock(_mm_unpacklo_epi8(block, zero));
+        output.PutBlock(_mm_unpackhi_epi8(block, zero));
+      }
+      if constexpr (!Output::kStores) pSrc = CountBlocksAsUTF16(pSrc, output);
+    }
+    // Counting goes by stretches only up to the next block, which may be one to count as a whole again.
+    const u8 *end = StretchEnd(pSrc, Output::kStores ? kStretchBlocks : 1);
+    end = std::min(end, pSrc + std::min<size_t>(output.Left(), PTRDIFF_MAX));
+    pSrc = PutStretchAsUTF16(pSrc, end, output);
+    do {
+      if (*pSrc == 0) return {SM_STATUS_SUCCESS, output.Used()};
+      size_t length = 0;
+      const Conversion result = PutCheckedSequence(pSrc, length, output);
+      if (result.status != SM_STATUS_SUCCESS) return result;
+      output.Skip(result.used - output.Used());
+      pSrc += length;
+    } while (pSrc < end && end - pSrc < kLongestInStretch);
   }
 }
 
-// One character for which the room is not sure.
+// UCS-4 to UTF-8, one character with all checks.
 template <class Output>
-s32 PutUTF8Checked(Output &output, u32 c) {
+s32 PutUCS4AsUTF8(u32 c, Output &output) {
   const size_t length = UTF8Length(c);
   if (length == 0) return SM_STATUS_BAD_DATA;
   if (output.Left() < length) return SM_STATUS_BUFFER_TOO_SMALL;
@@ -136,65 +229,180 @@ s32 PutUTF8Checked(Output &output, u32 c) {
   return SM_STATUS_SUCCESS;
 }
 
-// UTF-16 to UTF-8.
+constexpr unsigned kBlockUnits = kBlockSize / sizeof(ustring);
+
+// Puts one unit that is no surrogate.
+template <class Output>
+[[gnu::always_inline]] inline void PutUnit(u32 c, Output &output) {
+  if (c < 0x80) {
+    output.Put(static_cast<astring>(c));
+  } else if (c < 0x800) {
+    output.PutWord(static_cast<u16>(0x80C0 | c >> 6 | (c & 0x3F) << 8));
+  } else {
+    output.PutWord(static_cast<u16>(0x80E0 | c >> 12 | (c >> 6 & 0x3F) << 8));
+    output.Put(static_cast<astring>(0x80 | (c & 0x3F)));
+  }
+}
+
+// What a block of UTF-16 holds.
+struct UTF16Block {
+  __m128i units;
+  __m128i isASCII;
+  __m128i isShort;  // at most two bytes in UTF-8
+
+  explicit UTF16Block(__m128i block) : units(block) {
+    const __m128i zero = _mm_setzero_si128();
+    isASCII = _mm_cmpeq_epi16(_mm_and_si128(block, _mm_set1_epi16(static_cast<short>(0xFF80))), zero);
+    isShort = _mm_cmpeq_epi16(High(), zero);
+  }
+
+  bool HasZeroOrSurrogate() const {
+    const __m128i isSurrogate = _mm_cmpeq_epi16(High(), _mm_set1_epi16(static_cast<short>(0xD800)));
+    return BlockMask(_mm_or_si128(_mm_cmpeq_epi16(units, _mm_setzero_si128()), isSurrogate)) != 0;
+  }
+
+ private:
+  __m128i High() const { return _mm_and_si128(units, _mm_set1_epi16(static_cast<short>(0xF800))); }
+};
+
+// Stores a block of units of at most two bytes. Each lane holds a unit's bytes, the first one lowest; both are stored,
+// and where the second is none the next unit takes its place.
+template <class Output>
+[[gnu::always_inline]] inline void PutShortUnits(const UTF16Block &block, Output &output) {
+  const __m128i first = _mm_or_si128(_mm_srli_epi16(block.units, 6), _mm_set1_epi16(0xC0));
+  const __m128i second = _mm_or_si128(_mm_and_si128(block.units, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80));
+  const __m128i pair = _mm_or_si128(first, _mm_slli_epi16(second, 8));
+  const __m128i lanes = _mm_or_si128(_mm_and_si128(block.isASCII, block.units), _mm_andnot_si128(block.isASCII, pair));
+  const unsigned isASCII = BlockMask(block.isASCII);  // two bits for each lane
+  const auto put = [&output, isASCII](int lane, unsigned bytes) {
+    output.PutSome(static_cast<u16>(bytes), 2 - (isASCII >> (2 * lane) & 1));
+  };
+  put(0, static_cast<unsigned>(_mm_extract_epi16(lanes, 0)));
+  put(1, static_cast<unsigned>(_mm_extract_epi16(lanes, 1)));
+  put(2, static_cast<unsigned>(_mm_extract_epi16(lanes, 2)));
+  put(3, static_cast<unsigned>(_mm_extract_epi16(lanes, 3)));
+  put(4, static_cast<unsigned>(_mm_extract_epi16(lanes, 4)));
+  put(5, static_cast<unsigned>(_mm_extract_epi16(lanes, 5)));
+  put(6, static_cast<unsigned>(_mm_extract_epi16(lanes, 6)));
+  // The last unit has no next: its second byte goes first, and under the first one where there is no second.
+  const auto last = static_cast<unsigned>(_mm_extract_epi16(lanes, 7));
+  output.PutPair(static_cast<astring>(last), static_cast<astring>(last >> 8), 2 - (isASCII >> 14 & 1));
+}
+
+// Stores a block of units of three bytes each. Four bytes are stored, and the next unit takes the last one's place.
+template <class Output>
+[[gnu::always_inline]] inline void PutLongUnits(const UTF16Block &block, Output &output) {
+  const __m128i sixBits = _mm_set1_epi16(0x3F);
+  const __m128i first = _mm_or_si128(_mm_srli_epi16(block.units, 12), _mm_set1_epi16(0xE0));
+  const __m128i second = _mm_or_si128(_mm_and_si128(_mm_srli_epi16(block.units, 6), sixBits), _mm_set1_epi16(0x80));
+  const __m128i third = _mm_or_si128(_mm_and_si128(block.units, sixBits), _mm_set1_epi16(0x80));
+  const __m128i pair = _mm_or_si128(first, _mm_slli_epi16(second, 8));
+  u32 lanes[kBlockUnits];
+  StoreBlock(lanes, _mm_unpacklo_epi16(pair, third));
+  StoreBlock(lanes + 4, _mm_unpackhi_epi16(pair, third));
+  for (unsigned i = 0; i + 1 < kBlockUnits; ++i) output.PutSome(lanes[i], 3);
+  const u32 last = lanes[kBlockUnits - 1];
+  output.PutWord(static_cast<u16>(last));
+  output.Put(static_cast<astring>(last >> 16));
+}
+
+// Counts the UTF-8 bytes of whole blocks of UTF-16 without surrogates. `p` is at a block's start; returns the start of
+// the first block that is not counted.
+template <class Output>
+[[gnu::always_inline]] inline const ustring *CountBlocksAsUTF8(const ustring *p, Output &output) {
+  const __m128i one = _mm_set1_epi16(1);
+  const ustring *const start = p;
+  __m128i savedCount = _mm_setzero_si128();  // bytes that units take less than three, in two halves
+  for (;; p += kBlockUnits) {
+    const UTF16Block block(LoadBlock(p));
+    if (block.HasZeroOrSurrogate()) break;
+    const __m128i saved = _mm_add_epi16(_mm_and_si128(block.isASCII, one), _mm_and_si128(block.isShort, one));
+    savedCount = _mm_add_epi64(savedCount, _mm_sad_epu8(saved, _mm_setzero_si128()));
+  }
+  const __m128i sum = _mm_add_epi64(savedCount, _mm_unpackhi_epi64(savedCount, savedCount));
+  output.Skip(3 * static_cast<size_t>(p - start) - static_cast<size_t>(_mm_cvtsi128_si64(sum)));
+  return p;
+}
+
+// Stores whole blocks of UTF-16 up to the end of the text or a surrogate. `p` is at a block's start; returns the start
+// of the first unit that is not stored.
+template <class Output>
+[[gnu::always_inline]] inline const ustring *PutBlocksAsUTF8(const ustring *p, Output &output) {
+  constexpr unsigned kAll = BitRange(0, kBlockSize);
+  for (; output.Left() >= 3 * kBlockUnits; p += kBlockUnits) {
+    const UTF16Block block(LoadBlock(p));
+    if (block.HasZeroOrSurrogate()) break;
+    const unsigned isShort = BlockMask(block.isShort);
+    if (isShort == 0) {
+      PutLongUnits(block, output);
+    } else if (isShort != kAll) {
+      for (unsigned i = 0; i < kBlockUnits; ++i) PutUnit(p[i], output);
+    } else if (BlockMask(block.isASCII) == kAll) {
+      output.PutWord(_mm_cvtsi128_si64(_mm_packus_epi16(block.units, block.units)));
+    } else {
+      PutShortUnits(block, output);
+    }
+  }
+  return p;
+}
+
+// Puts or counts ASCII units, two blocks at a time, up to a pair that has any other unit. `p` is at an even block's
+// start: the two blocks of a pair lie in the same page, so that both may be loaded.
+template <class Output>
+[[gnu::always_inline]] inline const ustring *PutASCIIPairs(const ustring *p, Output &output) {
+  for (; output.Left() >= 2 * kBlockUnits; p += 2 * kBlockUnits) {
+    // Saturation keeps 0x01 to 0x7F and makes every other unit a byte that is not positive.
+    const __m128i bytes = _mm_packus_epi16(LoadBlock(p), LoadBlock(p + kBlockUnits));
+    if (BlockMask(_mm_cmpgt_epi8(bytes, _mm_setzero_si128())) != BitRange(0, kBlockSize)) break;
+    output.PutBlock(bytes);
+  }
+  return p;
+}
+
+// Puts one unit with all checks; a surrogate as the first character of `pText`.
+template <class Output>
+Conversion PutCheckedUnit(u32 c, const ustring *pText, Output output) {
+  s32 status = SM_STATUS_SUCCESS;
+  if (IsSurrogate(c)) status = UTF16CharsToUCS4Char(&c, pText);
+  if (status == SM_STATUS_SUCCESS) status = PutUCS4AsUTF8(c, output);
+  return {status, output.Used()};
+}
+
+// UTF-16 to UTF-8. Whole blocks without surrogates go fast, anything else unit by unit.
 // Kept: a surrogate unit, wherever it stands, is written as the first character of the whole text.
 template <class Output>
-s32 UTF16ToUTF8(const ustring *pSrc, Output &output) {
-  constexpr size_t kBlockUnits = kBlockSize / sizeof(ustring);
+Conversion UTF16ToUTF8(const ustring *pSrc, Output output) {
   const ustring *const pText = pSrc;
   for (;;) {
-    size_t sure = output.Left() / kMaxUTF8LengthOfUnit;
-    if (sure == 0) {
-      u32 c = *pSrc;
-      if (c == 0) return SM_STATUS_SUCCESS;
-      if (IsSurrogate(c) && UTF16CharsToUCS4Char(&c, pText) != SM_STATUS_SUCCESS) return SM_STATUS_BAD_DATA;
-      if (const s32 status = PutUTF8Checked(output, c); status != SM_STATUS_SUCCESS) return status;
-      ++pSrc;
-      continue;
-    }
-    for (; sure > 0; --sure) {
-      if (IsBlockAligned(pSrc)) {
-        const __m128i zero = _mm_setzero_si128();
-        const __m128i beyondASCII = _mm_set1_epi16(static_cast<short>(0xFF80));
-        while (sure >= 2 * kBlockUnits) {
-          const __m128i low = LoadBlock(pSrc);
-          const __m128i isASCII = _mm_cmpeq_epi16(_mm_and_si128(low, beyondASCII), zero);
-          if (BlockMask(_mm_andnot_si128(_mm_cmpeq_epi16(low, zero), isASCII)) != 0xFFFF) break;
-          const __m128i high = LoadBlock(pSrc + kBlockUnits);
-          const __m128i isHighASCII = _mm_cmpeq_epi16(_mm_and_si128(high, beyondASCII), zero);
-          if (BlockMask(_mm_andnot_si128(_mm_cmpeq_epi16(high, zero), isHighASCII)) != 0xFFFF) break;
-          output.PutBlock(_mm_packus_epi16(low, high));
-          pSrc += 2 * kBlockUnits;
-          sure -= 2 * kBlockUnits;
-        }
-        if (sure == 0) break;
-      }
-      u32 c = *pSrc;
-      if (c < 0x80) {
-        if (c == 0) return SM_STATUS_SUCCESS;
-        output.Put(static_cast<astring>(c));
-      } else if (c < 0x800) {
-        output.Put(static_cast<astring>(0xC0 | c >> 6));
-        output.Put(static_cast<astring>(0x80 | (c & 0x3F)));
-      } else if (!IsSurrogate(c)) {
-        output.Put(static_cast<astring>(0xE0 | c >> 12));
-        output.Put(static_cast<astring>(0x80 | (c >> 6 & 0x3F)));
-        output.Put(static_cast<astring>(0x80 | (c & 0x3F)));
+    if (IsPairAligned(pSrc)) pSrc = PutASCIIPairs(pSrc, output);
+    if (IsBlockAligned(pSrc)) {
+      if constexpr (Output::kStores) {
+        pSrc = PutBlocksAsUTF8(pSrc, output);
       } else {
-        if (UTF16CharsToUCS4Char(&c, pText) != SM_STATUS_SUCCESS) return SM_STATUS_BAD_DATA;
-        PutUTF8(output, c, UTF8Length(c));
+        pSrc = CountBlocksAsUTF8(pSrc, output);
+      }
+    }
+    do {
+      const u32 c = *pSrc;
+      if (c == 0) return {SM_STATUS_SUCCESS, output.Used()};
+      if (!IsSurrogate(c) && output.Left() >= 3) {
+        PutUnit(c, output);
+      } else {
+        const Conversion result = PutCheckedUnit(c, pText, output);
+        if (result.status != SM_STATUS_SUCCESS) return result;
+        output.Skip(result.used - output.Used());
       }
       ++pSrc;
-    }
+    } while (!IsBlockAligned(pSrc));
   }
 }
 
 template <class Output>
-s32 UCS4ToUTF8(const u32 *pSrc, Output &output) {
+Conversion UCS4ToUTF8(const u32 *pSrc, Output output) {
   for (; *pSrc != 0; ++pSrc) {
-    if (const s32 status = PutUTF8Checked(output, *pSrc); status != SM_STATUS_SUCCESS) return status;
+    if (const s32 status = PutUCS4AsUTF8(*pSrc, output); status != SM_STATUS_SUCCESS) return {status, output.Used()};
   }
-  return SM_STATUS_SUCCESS;
+  return {SM_STATUS_SUCCESS, output.Used()};
 }
 
 // The entity for a character that XML reserves; empty for any other.
@@ -209,53 +417,106 @@ constexpr std::string_view XMLEntity(u32 c) {
   }
 }
 
-// One bit for each byte of the block that ends the text or that XML reserves.
-unsigned XMLSpecials(__m128i block) {
-  const auto equals = [block](char c) { return _mm_cmpeq_epi8(block, _mm_set1_epi8(c)); };
+// What each byte becomes in escaped text: its entity or itself, filled up to a size that is stored at once.
+struct XMLPiece {
+  std::array<char, 8> text;
+  size_t length;
+};
+
+constexpr auto kXMLPieces = [] {
+  std::array<XMLPiece, 256> pieces{};
+  for (u32 c = 0; c < pieces.size(); ++c) {
+    const std::string_view entity = XMLEntity(c);
+    if (entity.empty()) {
+      pieces[c] = {{static_cast<char>(c)}, 1};
+    } else {
+      pieces[c].length = entity.size();
+      std::copy(entity.begin(), entity.end(), pieces[c].text.begin());
+    }
+  }
+  return pieces;
+}();
+
+constexpr size_t kMaxXMLPiece = 6;
+
+// The bytes of a block that XML reserves.
+inline __m128i IsXMLReserved(__m128i block) {
   // "&" and "'" differ in the lowest bit, "<" and ">" in the second lowest: one comparison serves two.
   const __m128i ampOrApos = _mm_cmpeq_epi8(_mm_or_si128(block, _mm_set1_epi8(1)), _mm_set1_epi8('\''));
   const __m128i angles = _mm_cmpeq_epi8(_mm_or_si128(block, _mm_set1_epi8(2)), _mm_set1_epi8('>'));
-  return BlockMask(_mm_or_si128(_mm_or_si128(equals('\0'), equals('"')), _mm_or_si128(ampOrApos, angles)));
+  return _mm_or_si128(_mm_or_si128(ampOrApos, angles), _mm_cmpeq_epi8(block, _mm_set1_epi8('"')));
 }
 
-// Copies a run of bytes, of which as many are written as there is room for. False when that is not all.
+// Escapes a block with nothing but text in it and in the next block, reserved characters at `reserved`. The room is
+// that of both blocks at their longest. Runs and entities are stored in fixed sizes, and the junk behind them is
+// overwritten by the text of this and the next block.
 template <class Output>
-bool PutRun(Output &output, const astring *run, size_t length) {
-  const size_t fits = std::min(length, output.Left());
-  output.PutShort(run, fits);
-  return fits == length;
+[[gnu::always_inline]] inline void PutEscapedBlock(const astring *base, unsigned index, unsigned reserved,
+                                                   Output &output) {
+  for (; reserved != 0; reserved &= reserved - 1) {
+    const unsigned special = FirstIn(reserved);
+    output.PutSome(_mm_loadu_si128(reinterpret_cast<const __m128i *>(base + index)), special - index);
+    const XMLPiece &piece = kXMLPieces[static_cast<u8>(base[special])];
+    output.PutSome(piece.text, piece.length);
+    index = special + 1;
+  }
+  output.PutSome(_mm_loadu_si128(reinterpret_cast<const __m128i *>(base + index)), kBlockSize - index);
+}
+
+// Copies blocks, two at a time, up to the first pair that ends the text or has a reserved character. `p` is at an even
+// block's start; the two blocks of a pair lie in the same page, so that both may be loaded.
+template <class Output>
+[[gnu::always_inline]] inline const astring *PutPlainBlocks(const astring *p, Output &output) {
+  const __m128i zero = _mm_setzero_si128();
+  for (; output.Left() >= 2 * kBlockSize; p += 2 * kBlockSize) {
+    const __m128i block1 = LoadBlock(p);
+    const __m128i block2 = LoadBlock(p + kBlockSize);
+    const __m128i hasZero = _mm_cmpeq_epi8(_mm_min_epu8(block1, block2), zero);
+    const __m128i isReserved = _mm_or_si128(IsXMLReserved(block1), IsXMLReserved(block2));
+    if (BlockMask(_mm_or_si128(hasZero, isReserved)) != 0) break;
+    output.PutBlock(block1);
+    output.PutBlock(block2);
+  }
+  return p;
 }
 
 template <class Output>
-s32 EscapeXML(const astring *pSrc, Output &output, booln &wasConverted) {
-  // Up to the first block boundary, and then block by block, from one special byte to the next.
+Conversion EscapeXML(const astring *pSrc, Output output, booln &wasConverted) {
+  const __m128i zero = _mm_setzero_si128();
   for (;;) {
-    const size_t skipped = reinterpret_cast<uintptr_t>(pSrc) % kBlockSize;
-    const __m128i block = LoadBlock(pSrc - skipped);
-    unsigned specials = XMLSpecials(block) >> skipped;
-    if (specials == 0) {
-      if (skipped == 0 && output.Left() >= kBlockSize) {
-        output.PutBlock(block);
-      } else if (!PutRun(output, pSrc, kBlockSize - skipped)) {
-        return SM_STATUS_BUFFER_TOO_SMALL;
+    if (IsPairAligned(pSrc)) pSrc = PutPlainBlocks(pSrc, output);
+    const BlockPosition position = BlockOf(pSrc);
+    const astring *const base = static_cast<const astring *>(position.base);
+    const __m128i block = LoadBlock(base);
+    const unsigned zeros = BlockMask(_mm_cmpeq_epi8(block, zero)) & BitRange(position.index, kBlockSize);
+    const unsigned end = zeros == 0 ? kBlockSize : FirstIn(zeros);
+    const unsigned reserved = BlockMask(IsXMLReserved(block)) & BitRange(position.index, end);
+    if constexpr (!Output::kStores) {
+      if (reserved != 0) wasConverted = 1;
+      output.Skip(end - position.index);
+      for (unsigned rest = reserved; rest != 0; rest &= rest - 1) {
+        output.Skip(kXMLPieces[static_cast<u8>(base[FirstIn(rest)])].length - 1);
       }
-      pSrc += kBlockSize - skipped;
-      continue;
-    }
-    const astring *const blockEnd = pSrc + (kBlockSize - skipped);
-    const astring *const blockStart = pSrc;
-    for (; specials != 0; specials &= specials - 1) {
-      const astring *const special = blockStart + FirstIn(specials);
-      if (!PutRun(output, pSrc, static_cast<size_t>(special - pSrc))) return SM_STATUS_BUFFER_TOO_SMALL;
-      if (*special == 0) return SM_STATUS_SUCCESS;
-      const std::string_view entity = XMLEntity(static_cast<u8>(*special));
+    } else if (reserved == 0 && output.Left() >= kBlockSize) {
+      if (end - position.index == kBlockSize) {
+        output.PutBlock(block);
+      } else {
+        output.PutShort(pSrc, end - position.index);
+      }
+    } else if (zeros == 0 && output.Left() >= 2 * kBlockSize * kMaxXMLPiece &&
+               BlockMask(_mm_cmpeq_epi8(LoadBlock(base + kBlockSize), zero)) == 0) {
       wasConverted = 1;
-      if (output.Left() < entity.size()) return SM_STATUS_BUFFER_TOO_SMALL;
-      output.PutShort(entity.data(), entity.size());
-      pSrc = special + 1;
+      PutEscapedBlock(base, position.index, reserved, output);
+    } else {
+      for (const astring *p = pSrc; p < base + end; ++p) {
+        const XMLPiece &piece = kXMLPieces[static_cast<u8>(*p)];
+        if (piece.length > 1) wasConverted = 1;
+        if (output.Left() < piece.length) return {SM_STATUS_BUFFER_TOO_SMALL, output.Used()};
+        output.PutShort(piece.text.data(), piece.length);
+      }
     }
-    if (!PutRun(output, pSrc, static_cast<size_t>(blockEnd - pSrc))) return SM_STATUS_BUFFER_TOO_SMALL;
-    pSrc = blockEnd;
+    if (zeros != 0) return {SM_STATUS_SUCCESS, output.Used()};
+    pSrc = base + kBlockSize;
   }
 }
 
@@ -331,26 +592,26 @@ s32 UCS4CharToXMLUTF8Chars(astring *pDest, u32 *pDestSize, booln *pWasEscapeNeed
 
 s32 UCS2StrToUTF8Str(astring *pDest, u32 *pDestSize, const ustring *pSrc) {
   if (pDestSize == nullptr || pSrc == nullptr) return SM_STATUS_INVALID_INPUT;
-  return RunSized(pDest, pDestSize, [pSrc](auto &output) { return UTF16ToUTF8(pSrc, output); });
+  return RunSized(pDest, pDestSize, [pSrc](auto output) { return UTF16ToUTF8(pSrc, output); });
 }
 
 s32 UCS4StrToUTF8Str(astring *pDest, u32 *pDestSize, const u32 *pSrc) {
   if (pDestSize == nullptr || pSrc == nullptr) return SM_STATUS_INVALID_INPUT;
-  return RunSized(pDest, pDestSize, [pSrc](auto &output) { return UCS4ToUTF8(pSrc, output); });
+  return RunSized(pDest, pDestSize, [pSrc](auto output) { return UCS4ToUTF8(pSrc, output); });
 }
 
 s32 UTF8StrToUCS2Str(ustring *pDest, u32 *pDestSize, const astring *pSrc) {
   if (pDestSize == nullptr || pSrc == nullptr) return SM_STATUS_INVALID_INPUT;
   // Kept: the caller's size counts as that many units, while the size stored is in bytes.
   return RunSized(pDest, pDestSize,
-                  [pSrc](auto &output) { return UTF8ToUTF16(reinterpret_cast<const u8 *>(pSrc), output); });
+                  [pSrc](auto output) { return UTF8ToUTF16(reinterpret_cast<const u8 *>(pSrc), output); });
 }
 
 s32 UTF8StrToXMLUTF8Str(astring *pDest, u32 *pDestSize, booln *pWasConverted, const astring *pSrc) {
   if (pDestSize == nullptr || pSrc == nullptr) return SM_STATUS_INVALID_INPUT;
   booln wasConverted = 0;
   const s32 status =
-      RunSized(pDest, pDestSize, [pSrc, &wasConverted](auto &output) { return EscapeXML(pSrc, output, wasConverted); });
+      RunSized(pDest, pDestSize, [pSrc, &wasConverted](auto output) { return EscapeXML(pSrc, output, wasConverted); });
   if (pWasConverted != nullptr) *pWasConverted = wasConverted;
   return status;
 }
