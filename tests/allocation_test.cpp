@@ -1,0 +1,254 @@
+// Memory that runs out: the first, second, ... request fails in turn, the documented result comes each time, and
+// nothing leaks. This program's own malloc takes the place of the C library's for the library as well.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "sandbox.h"
+#include "zebcs/rolemap.hpp"
+#include "zebcs/zebcs.h"
+
+extern "C" {
+void *__libc_malloc(size_t size);
+void *__libc_calloc(size_t count, size_t size);
+void *__libc_realloc(void *block, size_t size);
+void __libc_free(void *block);
+}
+
+namespace {
+
+bool isCounting = false;
+int requests = 0;        // since counting began
+int failingRequest = 0;  // counted from 1; 0 for none
+long blocks = 0;         // given out and not returned, while counting
+
+bool MustFail() { return isCounting && ++requests == failingRequest; }
+
+}  // namespace
+
+extern "C" {
+
+void *malloc(size_t size) {
+  if (MustFail()) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  if (isCounting) ++blocks;
+  return __libc_malloc(size);
+}
+
+void *calloc(size_t count, size_t size) {
+  if (MustFail()) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  if (isCounting) ++blocks;
+  return __libc_calloc(count, size);
+}
+
+void *realloc(void *block, size_t size) {
+  if (MustFail()) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  if (isCounting && block == nullptr) ++blocks;
+  return __libc_realloc(block, size);
+}
+
+void free(void *block) {
+  if (isCounting && block != nullptr) --blocks;
+  __libc_free(block);
+}
+
+}  // extern "C"
+
+namespace {
+
+// Runs `call` with its n-th request for memory failing. Returns whether there was an n-th request.
+template <class Call>
+bool FailRequest(int n, Call call) {
+  requests = 0;
+  failingRequest = n;
+  isCounting = true;
+  call();
+  isCounting = false;
+  return requests >= n;
+}
+
+const ustring kText[] = {'a', 0xE9, 'b', 0};
+
+}  // namespace
+
+TEST(Allocation, SelfSizingStringStaysAsItIsWhenAppendingFails) {
+  const std::string longText(3000, 'x');
+  std::vector<ustring> longUnits(3000, 'y');
+  longUnits.push_back(0);
+  int n = 1;
+  for (bool failed = true; failed; ++n) {
+    KCSSSAStr narrow{};
+    KCSSSUStr wide{};
+    ASSERT_NE(KCSSSAStrAlloc(&narrow, 16), nullptr);
+    ASSERT_NE(KCSSSUStrAlloc(&wide, 16), nullptr);
+    KCSSSAStrCatAStr(&narrow, "abc");
+    KCSSSUStrCatAStr(&wide, "abc");
+    u32 lengths[4] = {};
+    failed = FailRequest(n, [&] {
+      KCSSSAStrCatAStr(&narrow, longText.c_str());
+      lengths[0] = narrow.strCurLen;
+      KCSSSAStrCatUStr(&narrow, longUnits.data());
+      lengths[1] = narrow.strCurLen;
+      KCSSSUStrCatUStr(&wide, longUnits.data());
+      lengths[2] = wide.strCurLen;
+      KCSSSUStrCatAStr(&wide, longText.c_str());
+      lengths[3] = wide.strCurLen;
+    });
+    // Each append is whole or did not happen.
+    EXPECT_TRUE(lengths[0] == 3003 || lengths[0] == 3) << n;
+    EXPECT_TRUE(lengths[1] == lengths[0] + 3000 || lengths[1] == lengths[0]) << n;
+    EXPECT_TRUE(lengths[2] == 3003 || lengths[2] == 3) << n;
+    EXPECT_TRUE(lengths[3] == lengths[2] + 3000 || lengths[3] == lengths[2]) << n;
+    EXPECT_EQ(std::strlen(narrow.pStr), narrow.strCurLen);
+    EXPECT_EQ(KCSUniStrlen(wide.pStr), wide.strCurLen);
+    EXPECT_EQ(std::string(narrow.pStr, 3), "abc");
+    KCSSSAStrFree(&narrow);
+    KCSSSUStrFree(&wide);
+  }
+  EXPECT_GT(n, 5) << "nothing was asked for";
+}
+
+TEST(Allocation, SelfSizingStringAllocReportsNull) {
+  KCSSSAStr narrow{const_cast<char *>("old"), 4, 3};
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSSSAStrAlloc(&narrow, 8), nullptr); }));
+  EXPECT_EQ(narrow.pStr, nullptr) << "the result of the allocation is stored even when it is NULL";
+  EXPECT_EQ(narrow.strBufSize, 4u);
+  EXPECT_EQ(narrow.strCurLen, 3u);
+}
+
+TEST(Allocation, UniStrrevLeavesTheTextAlone) {
+  ustring text[] = {'a', 'b', 'c', 0};
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSUniStrrev(text), text); }));
+  EXPECT_EQ(std::vector<ustring>(text, text + 4), (std::vector<ustring>{'a', 'b', 'c', 0}));
+}
+
+TEST(Allocation, BufToUStrAnswersMinusOne) {
+  KCSSSUStr dump{};
+  ASSERT_NE(KCSSSUStrAlloc(&dump, 2), nullptr);
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSBufToUStr(&dump, "x", 1, 0, nullptr), -1); }));
+  EXPECT_EQ(dump.strCurLen, 0u);
+  KCSSSUStrFree(&dump);
+}
+
+TEST(Allocation, EscapedTextIsNullAndNothingLeaks) {
+  int n = 1;
+  for (bool failed = true; failed; ++n) {
+    blocks = 0;
+    astring *text = nullptr;
+    failed = FailRequest(n, [&] { text = KCSGetXMLUTF8StrFromUStr(kText, 3); });
+    if (failed) {
+      EXPECT_EQ(text, nullptr) << n;
+      EXPECT_EQ(blocks, 0) << n;
+    } else {
+      EXPECT_STREQ(text,
+                   "a\xC3\xA9"
+                   "b");
+    }
+    KCSFreeMem(text);
+  }
+  EXPECT_GT(n, 2);
+}
+
+TEST(Allocation, AddressListIsNullAndNothingLeaks) {
+  sandbox::RequireSandbox();
+  int n = 1;
+  for (bool failed = true; failed; ++n) {
+    blocks = 0;
+    u32 count = 7;
+    KCSIPAddrStr *list = nullptr;
+    failed = FailRequest(n, [&] { list = KCSHostGetHostIPAddrList(&count); });
+    EXPECT_EQ(count, 0u) << n;
+    if (failed) {
+      EXPECT_EQ(blocks, list == nullptr ? 0 : 1) << n;
+    }
+    KCSFreeMem(list);
+  }
+  EXPECT_GT(n, 2);
+}
+
+TEST(Allocation, ContextLockAndHostNameAreNull) {
+  sandbox::RequireSandbox();
+  ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(KCSAllocContextLock(), nullptr); }));
+  ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(KCSGetHostNameAStr(), nullptr); }));
+  ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(KCSAllocMem(1), nullptr); }));
+}
+
+TEST(Allocation, EVPDigestIsZeros) {
+  u8 digest[32];
+  std::memset(digest, 'x', sizeof digest);
+  ASSERT_TRUE(FailRequest(1, [&] { KCSEVPHashForPasswdSalt("password", digest, "00"); }));
+  EXPECT_EQ(std::vector<u8>(digest, digest + 32), std::vector<u8>(32, 0));
+}
+
+TEST(Allocation, GrantsThatCannotBeMadeAreAnErrorWithoutALine) {
+  int n = 1;
+  for (bool failed = true; failed; ++n) {
+    const std::wstring line(L"a-long-user-name,another-long-name a-long-host-name,another-long-host-name user");
+    QXAuthFileRecord record(line, 7);
+    blocks = 0;
+    std::optional<fileReadErrorCode> code;
+    unsigned long lineNumber = 99;
+    failed = FailRequest(n, [&] {
+      try {
+        record.PopulateZEBRoles();
+      } catch (const ZEBRoleMapFileReaderException &error) {
+        code = error.getErrorCode();
+        lineNumber = error.GetLineNumber();
+      }
+    });
+    std::deque<ZEBRole *> roles;
+    record.GetRoles(roles);
+    if (failed) {
+      EXPECT_EQ(code, MEMORY_ALLOCATION_FAILURE) << n;
+      EXPECT_EQ(lineNumber, 0u) << n;
+      EXPECT_TRUE(roles.empty()) << n;
+    } else {
+      EXPECT_EQ(roles.size(), 4u);
+    }
+  }
+  EXPECT_GT(n, 8);
+}
+
+TEST(Allocation, ReadingStopsWithAnExceptionAndNotAsIfTheFileEnded) {
+  sandbox::RequireSandbox();
+  // A line longer than the stream's buffer, so that the text of the line has to grow while it is read.
+  ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath,
+                                 "alice * user\n# " + std::string(100000, 'x') + "\nalice h administrator\n", 0640));
+  // One process for each request: a reader that has met an error stays as it is.
+  int n = 1;
+  for (bool failed = true; failed; ++n) {
+    sandbox::Process process;
+    ASSERT_TRUE(process.Start([n](sandbox::Channel &) {
+      QXAuthFileReader &reader = QXAuthFileReader::GetInstance();
+      reader.Open();
+      size_t records = 0;
+      bool threw = false;
+      const bool wasAsked = FailRequest(n, [&] {
+        try {
+          records = reader.GetRecords().size();
+        } catch (const std::exception &) {
+          threw = true;
+        }
+      });
+      if (!wasAsked) return records == 2 ? 10 : 1;
+      return threw || records == 2 ? 0 : 2;  // a request that can do without, or an exception; never half a file
+    }));
+    const int status = process.Wait();
+    ASSERT_TRUE(status == 0 || status == 10) << "request " << n << ": " << status;
+    failed = status == 0;
+  }
+  EXPECT_GT(n, 8);
+}
