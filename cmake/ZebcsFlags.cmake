@@ -14,7 +14,7 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 add_library(zebcs_warnings INTERFACE)
 target_compile_options(zebcs_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Werror -Wconversion -Wsign-conversion -Wshadow -Wundef -Wcast-align -Wcast-qual
-  -Wformat=2 -Wmissing-declarations -Wnull-dereference -Wvla
+  -Wformat=2 -Wmissing-declarations -Wvla
   $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual -Wextra-semi>
   $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wuseless-cast -Wduplicated-cond -Wlogical-op>
   $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>)

@@ -1,0 +1,111 @@
+#include "text.h"
+
+#include <algorithm>
+#include <climits>
+#include <clocale>
+#include <cstdio>
+#include <cwchar>
+#include <cwctype>
+#include <locale>
+
+void UseLocaleOfEnvironment() {
+  try {
+    std::locale::global(std::locale(""));
+  } catch (const std::runtime_error &) {
+    // The environment names a locale that is not installed: go on as in "C".
+  }
+}
+
+std::wstring Widen(const std::string &argument, const char *what) {
+  std::mbstate_t state{};
+  const char *p = argument.c_str();
+  const size_t length = std::mbsrtowcs(nullptr, &p, 0, &state);
+  if (length == static_cast<size_t>(-1)) {
+    throw BadArgument(std::string(what) + " is not valid text in this locale; is LC_ALL or LANG set as meant?");
+  }
+  std::wstring wide(length, L'\0');
+  state = {};
+  p = argument.c_str();
+  std::mbsrtowcs(wide.data(), &p, length, &state);
+  return wide;
+}
+
+std::string ForTerminal(std::wstring_view name) {
+  std::string text;
+  for (const wchar_t c : name) {
+    char bytes[MB_LEN_MAX];
+    std::mbstate_t state{};
+    const size_t length = std::wcrtomb(bytes, c, &state);
+    if (c == L'\\') {
+      text += "\\\\";
+    } else if (length != static_cast<size_t>(-1) && std::iswprint(static_cast<std::wint_t>(c)) != 0) {
+      text.append(bytes, length);
+    } else {
+      char escape[16];
+      const auto code = static_cast<unsigned>(c);
+      std::snprintf(escape, sizeof escape, code > 0xFFFF ? "\\U%08x" : "\\u%04x", code);
+      text += escape;
+    }
+  }
+  return text;
+}
+
+std::string ForJSON(std::wstring_view name) {
+  constexpr unsigned kReplacement = 0xFFFD;
+  std::string text;
+  for (const wchar_t wide : name) {
+    unsigned c = static_cast<unsigned>(wide);
+    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = kReplacement;
+    if (c < 0x80) {
+      text += static_cast<char>(c);
+    } else if (c < 0x800) {
+      text += static_cast<char>(0xC0 | c >> 6);
+      text += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      text += static_cast<char>(0xE0 | c >> 12);
+      text += static_cast<char>(0x80 | (c >> 6 & 0x3F));
+      text += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      text += static_cast<char>(0xF0 | c >> 18);
+      text += static_cast<char>(0x80 | (c >> 12 & 0x3F));
+      text += static_cast<char>(0x80 | (c >> 6 & 0x3F));
+      text += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return text;
+}
+
+namespace {
+
+// Columns that the text takes on a terminal.
+size_t WidthOf(const std::string &text) {
+  std::mbstate_t state{};
+  const char *p = text.c_str();
+  const size_t length = std::mbsrtowcs(nullptr, &p, 0, &state);
+  if (length == static_cast<size_t>(-1)) return text.size();
+  std::wstring wide(length, L'\0');
+  state = {};
+  p = text.c_str();
+  std::mbsrtowcs(wide.data(), &p, length, &state);
+  const int width = wcswidth(wide.data(), length);
+  return width < 0 ? length : static_cast<size_t>(width);
+}
+
+}  // namespace
+
+std::string Table(const std::vector<std::vector<std::string>> &rows) {
+  std::vector<size_t> widths;
+  for (const auto &row : rows) {
+    widths.resize(std::max(widths.size(), row.size()));
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], WidthOf(row[i]));
+  }
+  std::string text;
+  for (const auto &row : rows) {
+    for (size_t i = 0; i < row.size(); ++i) {
+      text += row[i];
+      if (i + 1 < row.size()) text.append(widths[i] - WidthOf(row[i]) + 2, ' ');
+    }
+    text += '\n';
+  }
+  return text;
+}

@@ -1,0 +1,31 @@
+// Text in and out of the program: the locale's encoding on the command line and the terminal, UTF-8 in JSON.
+#ifndef ZEBCTL_TEXT_H
+#define ZEBCTL_TEXT_H
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// An argument that cannot be used; what() is a sentence for the user.
+struct BadArgument : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Takes the locale from the environment, for the C library and for streams; without a usable one, the "C" locale.
+void UseLocaleOfEnvironment();
+
+// An argument as wide characters. Throws BadArgument for bytes that are not valid in the locale.
+std::wstring Widen(const std::string &argument, const char *what);
+
+// A name for a terminal, in the locale's encoding. Control characters and characters that the locale does not have are
+// written as \uXXXX or \UXXXXXXXX and a backslash as two, so that no name can command a terminal or pass for another.
+std::string ForTerminal(std::wstring_view name);
+
+// A name as UTF-8.
+std::string ForJSON(std::wstring_view name);
+
+// The lines of a table with its columns aligned; the first line is the heading.
+std::string Table(const std::vector<std::vector<std::string>> &rows);
+
+#endif
