@@ -745,7 +745,7 @@ s32 UnicodeToLocal(astring *pDest, u32 *pDestSize, const ustring *pSrc) {
   const size_t room = stores ? *pDestSize : SIZE_MAX;
   std::mbstate_t state{};
   size_t used = 0;
-  for (const ustring *p = pSrc; *p != 0; ++p) {
+  for (const ustring *p = pSrc; *p != 0 && used < room; ++p) {
     char bytes[MB_LEN_MAX];
     const size_t length = std::wcrtomb(bytes, static_cast<wchar_t>(*p), &state);
     if (length == static_cast<size_t>(-1)) return -1;
