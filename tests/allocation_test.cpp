@@ -31,6 +31,7 @@ bool MustFail() { return isCounting && ++requests == failingRequest; }
 
 }  // namespace
 
+#pragma GCC visibility push(default)  // the library must find these
 extern "C" {
 
 void *malloc(size_t size) {
@@ -66,6 +67,7 @@ void free(void *block) {
 }
 
 }  // extern "C"
+#pragma GCC visibility pop
 
 namespace {
 
