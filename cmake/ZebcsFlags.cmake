@@ -22,7 +22,9 @@ target_compile_options(zebcs_warnings INTERFACE
 add_library(zebcs_sanitizers INTERFACE)
 if(ZEBCS_SANITIZE)
   target_compile_options(zebcs_sanitizers INTERFACE
-    -fsanitize=${ZEBCS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    -fsanitize=${ZEBCS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
+    # GCC 12 warns of the standard library's own std::function when it is instrumented.
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-maybe-uninitialized>)
   target_link_options(zebcs_sanitizers INTERFACE -fsanitize=${ZEBCS_SANITIZE})
 endif()
 
