@@ -193,11 +193,11 @@ void *CreateSemaphore(int semName, int initialVal) {
   const int id = semget(semName, 1, kNewSemaphore);
   if (id == -1) return errno == EEXIST ? OpenSemaphore(semName) : nullptr;
   if (id == 0) {
-    // The identifier 0 reads as "none". A placeholder takes it while the semaphore is made once more.
+    // The identifier 0 reads as "none". A stand-in takes it while the semaphore is made once more.
     (void)semctl(0, 0, IPC_RMID);  // the set was made a moment ago
-    const int placeholder = semget(IPC_PRIVATE, 1, kNewSemaphore);
+    const int standIn = semget(IPC_PRIVATE, 1, kNewSemaphore);
     void *const semaphore = CreateSemaphore(semName, initialVal);
-    if (placeholder != -1) (void)semctl(placeholder, 0, IPC_RMID);  // nobody else knows it
+    if (standIn != -1) (void)semctl(standIn, 0, IPC_RMID);  // nobody else knows it
     return semaphore;
   }
   (void)SetSemaphore(id, initialVal);  // a value out of range leaves the new semaphore at 0
