@@ -15,9 +15,6 @@ constexpr std::size_t kBlockSize = 16;
 
 inline bool IsBlockAligned(const void *p) { return reinterpret_cast<std::uintptr_t>(p) % kBlockSize == 0; }
 
-// Two blocks that start here never cross into another page either.
-inline bool IsPairAligned(const void *p) { return reinterpret_cast<std::uintptr_t>(p) % (2 * kBlockSize) == 0; }
-
 // The sanitizers know the exact end of every object and would object to the bytes past it.
 __attribute__((no_sanitize_address, no_sanitize_thread)) inline __m128i LoadBlock(const void *p) {
   return _mm_load_si128(static_cast<const __m128i *>(p));

@@ -488,7 +488,7 @@ ZEBCS_USES_SHUFFLE const ustring *ShuffleBlocksToUTF8(const ustring *p, Output &
     const UTF16Block next(LoadBlock(p + kBlockUnits));  // which the text reaches: it does not end in this block
     // A pair of ASCII is for the loop that has nothing else; it has just refused the first pair here.
     const unsigned isPairASCII = BlockMask(_mm_and_si128(block.isASCII, next.isASCII));
-    if (p != start && IsPairAligned(p) && isPairASCII == kAll) break;
+    if (p != start && isPairASCII == kAll) break;
     const bool isNextCommon = !next.HasZeroOrSurrogate();
     const unsigned isShort = BlockMask(block.isShort);
     if (isShort == kAll) {
@@ -508,14 +508,16 @@ ZEBCS_USES_SHUFFLE const ustring *ShuffleBlocksToUTF8(const ustring *p, Output &
   return p;
 }
 
-// Puts or counts ASCII units, two blocks at a time, up to a pair that has any other unit. `p` is at an even block's
-// start: the two blocks of a pair lie in the same page, so that both may be loaded.
+// Puts or counts ASCII units, two blocks at a time, up to a pair that has any other unit. `p` is at a block's start.
 template <class Output>
 [[gnu::always_inline]] inline const ustring *PutASCIIPairs(const ustring *p, Output &output) {
+  const __m128i zero = _mm_setzero_si128();
   for (; output.Left() >= 2 * kBlockUnits; p += 2 * kBlockUnits) {
+    const __m128i low = LoadBlock(p);
+    if (BlockMask(_mm_cmpeq_epi16(low, zero)) != 0) break;  // the text may not reach the second block
     // Saturation keeps 0x01 to 0x7F and makes every other unit a byte that is not positive.
-    const __m128i bytes = _mm_packus_epi16(LoadBlock(p), LoadBlock(p + kBlockUnits));
-    if (BlockMask(_mm_cmpgt_epi8(bytes, _mm_setzero_si128())) != BitRange(0, kBlockSize)) break;
+    const __m128i bytes = _mm_packus_epi16(low, LoadBlock(p + kBlockUnits));
+    if (BlockMask(_mm_cmpgt_epi8(bytes, zero)) != BitRange(0, kBlockSize)) break;
     output.PutBlock(bytes);
   }
   return p;
@@ -537,13 +539,13 @@ Conversion UTF16ToUTF8(const ustring *pSrc, Output output) {
   const ustring *const pText = pSrc;
   const bool canShuffle = Output::kStores && HasShuffle();
   for (;;) {
-    if (IsPairAligned(pSrc)) pSrc = PutASCIIPairs(pSrc, output);
     if (IsBlockAligned(pSrc)) {
+      pSrc = PutASCIIPairs(pSrc, output);
       if constexpr (Output::kStores) {
         const ustring *const start = pSrc;
         pSrc = canShuffle ? ShuffleBlocksToUTF8(pSrc, output) : PutBlocksAsUTF8(pSrc, output);
         if (pSrc != start) continue;
-      } else if (IsPairAligned(pSrc)) {
+      } else {
         pSrc = CountBlocksAsUTF8(pSrc, output);
       }
     }

@@ -80,17 +80,17 @@ bool PutEscapedBlockExactly(__m128i block, unsigned index, unsigned end, unsigne
   return true;
 }
 
-// Copies blocks, two at a time, up to the first pair that ends the text or has a reserved character. `p` is at an even
-// block's start; the two blocks of a pair lie in the same page, so that both may be loaded.
+// Copies blocks, two at a time, up to the first pair that ends the text or has a reserved character. `p` is at a
+// block's start.
 template <class Output>
 [[gnu::always_inline]] inline const astring *PutPlainBlocks(const astring *p, Output &output) {
   const __m128i zero = _mm_setzero_si128();
   for (; output.Left() >= 2 * kBlockSize; p += 2 * kBlockSize) {
     const __m128i block1 = LoadBlock(p);
+    if (BlockMask(_mm_cmpeq_epi8(block1, zero)) != 0) break;  // the text may not reach the second block
     const __m128i block2 = LoadBlock(p + kBlockSize);
-    const __m128i hasZero = _mm_cmpeq_epi8(_mm_min_epu8(block1, block2), zero);
     const __m128i isReserved = _mm_or_si128(IsXMLReserved(block1), IsXMLReserved(block2));
-    if (BlockMask(_mm_or_si128(hasZero, isReserved)) != 0) break;
+    if (BlockMask(_mm_or_si128(_mm_cmpeq_epi8(block2, zero), isReserved)) != 0) break;
     output.PutBlock(block1);
     output.PutBlock(block2);
   }
@@ -101,7 +101,7 @@ template <class Output>
 Conversion EscapeXML(const astring *pSrc, Output output, booln &wasConverted) {
   const __m128i zero = _mm_setzero_si128();
   for (;;) {
-    if (IsPairAligned(pSrc)) pSrc = PutPlainBlocks(pSrc, output);
+    if (IsBlockAligned(pSrc)) pSrc = PutPlainBlocks(pSrc, output);
     const BlockPosition position = BlockOf(pSrc);
     const astring *const base = static_cast<const astring *>(position.base);
     const __m128i block = LoadBlock(base);
