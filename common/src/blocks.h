@@ -42,4 +42,7 @@ constexpr unsigned BitRange(unsigned first, unsigned end) { return (1u << end) -
 // Index of the lowest bit set.
 inline unsigned FirstIn(unsigned mask) { return static_cast<unsigned>(std::countr_zero(mask)); }
 
+// Number of bits set.
+inline unsigned CountIn(unsigned mask) { return static_cast<unsigned>(std::popcount(mask)); }
+
 #endif

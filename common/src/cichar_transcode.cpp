@@ -104,32 +104,69 @@ template <class Output>
   return p;
 }
 
-// Counts the UTF-16 units of whole blocks of UTF-8 in which every sequence has one to three bytes and its continuation
-// bytes are in their places. `p` is at a block's start; returns the start of the first character that is not counted.
+// What a block of UTF-8 holds, a bit for each byte.
+struct UTF8Block {
+  __m128i bytes;
+  unsigned continuations;  // 0x80 to 0xBF
+  unsigned threes;         // leads of sequences of three bytes and more
+  unsigned expected;       // where the sequences that start here have their continuation bytes, in the next block too
+  bool isCommon;           // neither the end of the text nor a sequence of more than three bytes
+
+  explicit UTF8Block(const u8 *p) : bytes(LoadBlock(p)) {
+    continuations = BlockMask(IsContinuation());
+    threes = BlockMask(IsAtLeast(0xE0));
+    expected = (BlockMask(bytes) & ~continuations) << 1 | threes << 2;
+    isCommon = BlockMask(_mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_setzero_si128()), IsAtLeast(0xF0))) == 0;
+  }
+
+  __m128i IsContinuation() const { return _mm_cmplt_epi8(bytes, _mm_set1_epi8(static_cast<char>(0xC0))); }
+  unsigned Overhang() const { return expected >> kBlockSize; }
+  unsigned Starts() const { return ~continuations & BitRange(0, kBlockSize); }
+
+  // Whether the continuation bytes of this block are where its sequences, and one that reaches into it, want them.
+  bool IsInPlace(unsigned carried) const { return ((expected | carried) & BitRange(0, kBlockSize)) == continuations; }
+
+  // For a block in which the text ends: the length of what is left of it, where all of that is whole, in place and of
+  // one to three bytes; 0 where it is not.
+  unsigned WholeTail(unsigned carried) const {
+    const unsigned zeros = BlockMask(_mm_cmpeq_epi8(bytes, _mm_setzero_si128()));
+    const unsigned length = zeros == 0 ? 0 : FirstIn(zeros);
+    const unsigned inText = BitRange(0, length);
+    const unsigned leads = BlockMask(bytes) & ~continuations & inText;
+    const unsigned wanted = carried | leads << 1 | (threes & inText) << 2;
+    const bool isWhole = (BlockMask(IsAtLeast(0xF0)) & inText) == 0 && wanted == (continuations & inText);
+    return isWhole ? length : 0;
+  }
+
+ private:
+  __m128i IsAtLeast(unsigned limit) const {
+    return _mm_cmpeq_epi8(_mm_max_epu8(bytes, _mm_set1_epi8(static_cast<char>(limit))), bytes);
+  }
+};
+
+// Counts the UTF-16 units of whole blocks of UTF-8, and of the last one, in which every sequence has one to three bytes
+// and its continuation bytes are in their places. `p` is at a block's start; returns the start of the first character
+// that is not counted.
 template <class Output>
 [[gnu::always_inline]] inline const u8 *CountBlocksAsUTF16(const u8 *p, Output &output) {
   const __m128i zero = _mm_setzero_si128();
-  const __m128i three = _mm_set1_epi8(static_cast<char>(0xE0));
-  const __m128i four = _mm_set1_epi8(static_cast<char>(0xF0));
   const u8 *const start = p;
   __m128i continuationCount = zero;  // in two halves
-  unsigned expected = 0;             // where continuation bytes must be, a bit for each byte from p on
-  for (;; p += kBlockSize) {
-    const __m128i block = LoadBlock(p);
-    const __m128i isEndOrLong =
-        _mm_or_si128(_mm_cmpeq_epi8(block, zero), _mm_cmpeq_epi8(_mm_max_epu8(block, four), block));
-    const __m128i isContinuation = _mm_cmplt_epi8(block, _mm_set1_epi8(static_cast<char>(0xC0)));
-    const unsigned continuations = BlockMask(isContinuation);
-    const unsigned leads = BlockMask(block) & ~continuations;
-    const unsigned threes = BlockMask(_mm_cmpeq_epi8(_mm_max_epu8(block, three), block));
-    const unsigned expectedHere = expected | leads << 1 | threes << 2;
-    if (BlockMask(isEndOrLong) != 0 || (expectedHere & BitRange(0, kBlockSize)) != continuations) break;
-    expected = expectedHere >> kBlockSize;
-    continuationCount = _mm_add_epi64(continuationCount, _mm_sad_epu8(_mm_sub_epi8(zero, isContinuation), zero));
+  unsigned carried = 0;
+  UTF8Block block(p);
+  for (; block.isCommon && block.IsInPlace(carried); block = UTF8Block(p)) {
+    carried = block.Overhang();
+    const __m128i ones = _mm_sub_epi8(zero, block.IsContinuation());
+    continuationCount = _mm_add_epi64(continuationCount, _mm_sad_epu8(ones, zero));
+    p += kBlockSize;
   }
   const __m128i sum = _mm_add_epi64(continuationCount, _mm_unpackhi_epi64(continuationCount, continuationCount));
   output.Skip(static_cast<size_t>(p - start) - static_cast<size_t>(_mm_cvtsi128_si64(sum)));
-  if (expected == 0) return p;
+  if (const unsigned tail = block.WholeTail(carried); tail != 0) {
+    output.Skip(CountIn(block.Starts() & BitRange(0, tail)));
+    return p + tail;
+  }
+  if (carried == 0) return p;
   // The last character reaches into the block at p: it is not counted after all.
   output.TakeBack(1);
   do --p;
@@ -190,30 +227,6 @@ ZEBCS_USES_SHUFFLE inline __m128i Shuffled(__m128i block, const Shuffle &shuffle
   return _mm_shuffle_epi8(block, LoadBlock(shuffle.bytes.data()));
 }
 
-// What a block of UTF-8 holds, a bit for each byte.
-struct UTF8Block {
-  __m128i bytes;
-  unsigned continuations;  // 0x80 to 0xBF
-  unsigned threes;         // starts of sequences of three bytes and more
-  unsigned expected;       // where sequences that start here have their continuation bytes, two of the next block too
-  bool isCommon;           // no zero, and no sequence of more than three bytes
-
-  explicit UTF8Block(const u8 *p) : bytes(LoadBlock(p)) {
-    const auto atLeast = [this](unsigned limit) {
-      return _mm_cmpeq_epi8(_mm_max_epu8(bytes, _mm_set1_epi8(static_cast<char>(limit))), bytes);
-    };
-    continuations = BlockMask(_mm_cmplt_epi8(bytes, _mm_set1_epi8(static_cast<char>(0xC0))));
-    threes = BlockMask(atLeast(0xE0));
-    expected = (BlockMask(bytes) & ~continuations) << 1 | threes << 2;
-    isCommon = BlockMask(_mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_setzero_si128()), atLeast(0xF0))) == 0;
-  }
-
-  // Whether the continuation bytes of this block are where its sequences, and one that reaches into it, want them.
-  bool IsInPlace(unsigned carried) const { return ((expected | carried) & BitRange(0, kBlockSize)) == continuations; }
-  unsigned Overhang() const { return expected >> kBlockSize; }
-  unsigned Starts() const { return ~continuations & BitRange(0, kBlockSize); }
-};
-
 // Decodes eight bytes as if each started a sequence of up to three, given with the byte and the two bytes after it.
 inline __m128i DecodeLanes(__m128i b0, __m128i b1, __m128i b2) {
   const __m128i sixBits = _mm_set1_epi16(0x3F);
@@ -236,62 +249,82 @@ template <class Output>
   }
 }
 
-// Stores a block in which every sequence has one to three bytes, in place.
+// Stores the characters of a block that start at the bits of `starts`, if there is room for them, and junk behind them
+// where `sure` more units are to follow.
 template <class Output>
-ZEBCS_USES_SHUFFLE inline void ShuffleBlockToUTF16(const UTF8Block &block, const UTF8Block &next, Output &output) {
+[[gnu::always_inline]] ZEBCS_USES_SHUFFLE inline bool ShuffleBlockToUTF16(__m128i bytes, __m128i nextBytes,
+                                                                          unsigned starts, unsigned sure,
+                                                                          Output &output) {
   constexpr unsigned kHalf = kBlockSize / 2;
   const __m128i zero = _mm_setzero_si128();
-  const __m128i after1 = _mm_alignr_epi8(next.bytes, block.bytes, 1);
-  const __m128i after2 = _mm_alignr_epi8(next.bytes, block.bytes, 2);
-  const __m128i low = DecodeLanes(_mm_unpacklo_epi8(block.bytes, zero), _mm_unpacklo_epi8(after1, zero),
-                                  _mm_unpacklo_epi8(after2, zero));
-  const __m128i high = DecodeLanes(_mm_unpackhi_epi8(block.bytes, zero), _mm_unpackhi_epi8(after1, zero),
-                                   _mm_unpackhi_epi8(after2, zero));
-  const Shuffle &keepLow = kKeepLanes[block.Starts() & 0xFF];
-  const Shuffle &keepHigh = kKeepLanes[block.Starts() >> 8];
-  // The next block, if it is like this one, gives a unit for each start in its first half at the least: sequences
-  // that start there end in it.
-  const bool isNextSure = next.isCommon && next.IsInPlace(block.Overhang()) && output.Left() >= kBlockSize + kHalf;
-  const unsigned sure = isNextSure ? kKeepLanes[next.Starts() & 0xFF].count : 0;
-  if (kHalf - keepHigh.count <= sure) {
-    output.PutSome(Shuffled(low, keepLow), keepLow.count);
-    output.PutSome(Shuffled(high, keepHigh), keepHigh.count);
-  } else if (keepHigh.count <= kHalf / 2 && kHalf <= keepLow.count + keepHigh.count + sure &&
-             kHalf / 2 <= keepHigh.count + sure) {
-    output.PutSome(Shuffled(low, keepLow), keepLow.count);
-    output.PutSome(_mm_cvtsi128_si64(Shuffled(high, keepHigh)), keepHigh.count);
+  const Shuffle &keepLow = kKeepLanes[starts & 0xFF];
+  const Shuffle &keepHigh = kKeepLanes[starts >> 8];
+  const unsigned count = keepLow.count + keepHigh.count;
+  if (output.Left() < kBlockSize) {
+    if (output.Left() < count) return false;
+    sure = 0;
+  }
+  const __m128i after1 = _mm_alignr_epi8(nextBytes, bytes, 1);
+  const __m128i after2 = _mm_alignr_epi8(nextBytes, bytes, 2);
+  const __m128i low = Shuffled(
+      DecodeLanes(_mm_unpacklo_epi8(bytes, zero), _mm_unpacklo_epi8(after1, zero), _mm_unpacklo_epi8(after2, zero)),
+      keepLow);
+  const __m128i high = Shuffled(
+      DecodeLanes(_mm_unpackhi_epi8(bytes, zero), _mm_unpackhi_epi8(after1, zero), _mm_unpackhi_epi8(after2, zero)),
+      keepHigh);
+  if (kHalf <= keepHigh.count + sure) {
+    output.PutSome(low, keepLow.count);
+    output.PutSome(high, keepHigh.count);
+  } else if (keepHigh.count <= kHalf / 2 && kHalf <= count + sure && kHalf / 2 <= keepHigh.count + sure) {
+    output.PutSome(low, keepLow.count);
+    output.PutSome(_mm_cvtsi128_si64(high), keepHigh.count);
+  } else if (count >= kHalf) {
+    output.PutSome(low, keepLow.count);
+    ustring units[kHalf];
+    StoreBlock(units, high);
+    output.PutShort(units, keepHigh.count);
   } else {
     ustring units[kBlockSize];
-    StoreBlock(units, Shuffled(low, keepLow));
-    StoreBlock(units + keepLow.count, Shuffled(high, keepHigh));
-    output.PutUpToABlock(units, keepLow.count + keepHigh.count);
+    StoreBlock(units, low);
+    StoreBlock(units + keepLow.count, high);
+    output.PutShort(units, count);
   }
+  return true;
 }
 
-// Stores whole blocks of UTF-8 in which every sequence has one to three bytes, in place. `p` is at a block's start and
-// at a character's; returns the start of the first character that is not stored.
+// Stores whole blocks of UTF-8, and the last one, in which every sequence has one to three bytes, in place. `p` is at a
+// block's start and at a character's; returns the start of the first character that is not stored.
 template <class Output>
 ZEBCS_USES_SHUFFLE const u8 *ShuffleBlocksToUTF16(const u8 *p, Output &result) {
   Output output = result;
   UTF8Block block(p);
   unsigned carried = 0;
   const u8 *const start = p;
-  while (block.isCommon && output.Left() >= kBlockSize) {
+  while (block.isCommon) {
     const UTF8Block next(p + kBlockSize);  // which the text reaches: it does not end in this block
     // Two blocks of ASCII are for the loop that has nothing else; it has just refused the first block here.
-    if ((block.expected | next.expected | carried) == 0 && next.isCommon && p != start) break;
+    if ((block.expected | next.expected | next.continuations | carried) == 0 && next.isCommon && p != start) break;
     if (!block.IsInPlace(carried) || (block.Overhang() & ~next.continuations) != 0) break;
-    if (block.Starts() == block.threes) {
+    if (block.Starts() == block.threes && output.Left() >= kBlockSize) {
       PutThrees(p, block.threes, output);
     } else {
-      ShuffleBlockToUTF16(block, next, output);
+      // The next block, if it is like this one, gives a unit for each start in its first half at the least: sequences
+      // that start there end in it.
+      const bool isNextSure = next.isCommon && next.IsInPlace(block.Overhang());
+      const unsigned sure = isNextSure ? kKeepLanes[next.Starts() & 0xFF].count : 0;
+      if (!ShuffleBlockToUTF16(block.bytes, next.bytes, block.Starts(), sure, output)) break;
     }
     carried = block.Overhang();
     block = next;
     p += kBlockSize;
   }
+  const u8 *end = p + (carried & 1) + (carried >> 1);
+  if (const unsigned tail = block.WholeTail(carried); tail != 0) {
+    const unsigned starts = block.Starts() & BitRange(0, tail);
+    if (ShuffleBlockToUTF16(block.bytes, block.bytes, starts, 0, output)) end = p + tail;
+  }
   result = output;
-  return p + (carried & 1) + (carried >> 1);
+  return end;
 }
 
 // UTF-8 to UTF-16. Whole blocks of ASCII and stretches of common text go fast, anything else character by character.
@@ -468,10 +501,11 @@ ZEBCS_USES_SHUFFLE inline bool ShuffleShortUnits(const UTF16Block &block, bool i
   if (isJunkOverwritten) {
     output.PutSome(bytes, drop.count);
   } else {
-    astring text[kBlockSize];
-    StoreBlock(text, bytes);
     if (output.Left() < drop.count) return false;
-    output.PutUpToABlock(text, drop.count);
+    output.PutWord(_mm_cvtsi128_si64(bytes));  // no unit takes less than a byte
+    astring text[kBlockSize / 2];
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(text), _mm_unpackhi_epi64(bytes, bytes));
+    output.PutShort(text, drop.count - sizeof text);
   }
   return true;
 }
@@ -492,7 +526,8 @@ ZEBCS_USES_SHUFFLE const ustring *ShuffleBlocksToUTF8(const ustring *p, Output &
     const bool isNextCommon = !next.HasZeroOrSurrogate();
     const unsigned isShort = BlockMask(block.isShort);
     if (isShort == kAll) {
-      if (!ShuffleShortUnits(block, isNextCommon && output.Left() >= 6 * kBlockUnits, output)) break;
+      // What does not fit of the next block leaves less than a character's bytes of the room.
+      if (!ShuffleShortUnits(block, isNextCommon && output.Left() >= kBlockSize + 2, output)) break;
     } else if (output.Left() < 3 * kBlockUnits) {
       break;
     } else if (isShort == 0) {
@@ -552,7 +587,7 @@ Conversion UTF16ToUTF8(const ustring *pSrc, Output output) {
     do {
       const u32 c = *pSrc;
       if (c == 0) return {SM_STATUS_SUCCESS, output.Used()};
-      if (!IsSurrogate(c) && output.Left() >= 3) {
+      if (!IsSurrogate(c) && output.Left() >= UTF8Length(c)) {
         PutUnit(c, output);
       } else {
         const Conversion result = PutCheckedUnit(c, pText, output);

@@ -225,21 +225,27 @@ constexpr auto kHexDigitValues = [] {
 
 u8 ValueOf(astring ch) { return kHexDigitValues[static_cast<u8>(ch)]; }
 
-// The three digests behind one face: construction starts one, Finish answers false when libcrypto failed. The
-// contexts hold the last block of the password and are wiped.
+// The three digests behind one face: construction starts one, Finish answers false when libcrypto failed. A context
+// holds the last block of the password: finishing erases it, and what is not finished is wiped here.
 class MD5Digest {
  public:
   static constexpr size_t kSize = ZEBCS_MD5_SIZE;
   MD5Digest() : m_good(MD5_Init(&m_context) == 1) {}
   MD5Digest(const MD5Digest &) = delete;
   MD5Digest &operator=(const MD5Digest &) = delete;
-  ~MD5Digest() { explicit_bzero(&m_context, sizeof m_context); }
+  ~MD5Digest() {
+    if (!m_isErased) explicit_bzero(&m_context, sizeof m_context);
+  }
   void Update(const void *data, size_t size) { m_good = m_good && MD5_Update(&m_context, data, size) == 1; }
-  bool Finish(u8 *pDigest) { return m_good && MD5_Final(pDigest, &m_context) == 1; }
+  bool Finish(u8 *pDigest) {
+    m_isErased = m_good && MD5_Final(pDigest, &m_context) == 1;
+    return m_isErased;
+  }
 
  private:
   MD5_CTX m_context;
   bool m_good;
+  bool m_isErased = false;
 };
 
 class SHA256Digest {
@@ -248,13 +254,19 @@ class SHA256Digest {
   SHA256Digest() : m_good(SHA256_Init(&m_context) == 1) {}
   SHA256Digest(const SHA256Digest &) = delete;
   SHA256Digest &operator=(const SHA256Digest &) = delete;
-  ~SHA256Digest() { explicit_bzero(&m_context, sizeof m_context); }
+  ~SHA256Digest() {
+    if (!m_isErased) explicit_bzero(&m_context, sizeof m_context);
+  }
   void Update(const void *data, size_t size) { m_good = m_good && SHA256_Update(&m_context, data, size) == 1; }
-  bool Finish(u8 *pDigest) { return m_good && SHA256_Final(pDigest, &m_context) == 1; }
+  bool Finish(u8 *pDigest) {
+    m_isErased = m_good && SHA256_Final(pDigest, &m_context) == 1;
+    return m_isErased;
+  }
 
  private:
   SHA256_CTX m_context;
   bool m_good;
+  bool m_isErased = false;
 };
 
 struct DigestContextDeleter {
@@ -284,17 +296,16 @@ void HashText(const astring *pText, const astring *pSalt, u8 *pDigest) {
   if (pText != nullptr && pSalt != nullptr) {
     Digest digest;
     digest.Update(pText, std::strlen(pText));
-    u8 saltBytes[128];
-    size_t count = 0;
     // Kept: an odd last digit is not hashed.
-    for (; pSalt[0] != '\0' && pSalt[1] != '\0'; pSalt += 2) {
-      saltBytes[count++] = static_cast<u8>(ValueOf(pSalt[0]) << 4 | ValueOf(pSalt[1]));
-      if (count == sizeof saltBytes) {
-        digest.Update(saltBytes, count);
-        count = 0;
+    for (size_t left = std::strlen(pSalt) / 2; left > 0;) {
+      u8 saltBytes[128];
+      const size_t count = std::min(left, sizeof saltBytes);
+      for (size_t i = 0; i < count; ++i, pSalt += 2) {
+        saltBytes[i] = static_cast<u8>(ValueOf(pSalt[0]) << 4 | ValueOf(pSalt[1]));
       }
+      digest.Update(saltBytes, count);
+      left -= count;
     }
-    if (count > 0) digest.Update(saltBytes, count);
     good = digest.Finish(pDigest);
   }
   // Callers compare the output: left alone it might hold the digest of an earlier, right password.

@@ -47,16 +47,6 @@ class SizedOutput {
     m_used += count;
   }
 
-  // A run of at most as many units as a block has bytes.
-  void PutUpToABlock(const Unit *units, std::size_t count) {
-    if (count == kBlockSize) {
-      if constexpr (kStores) std::memcpy(m_dest + m_used, units, kBlockSize * sizeof(Unit));
-      m_used += kBlockSize;
-    } else {
-      PutShort(units, count);
-    }
-  }
-
   // Stores all of `units` but counts only the first `count`: the rest is junk that later output must overwrite.
   template <class Units>
   void PutSome(const Units &units, std::size_t count) {
