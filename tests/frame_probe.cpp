@@ -1,4 +1,5 @@
 // A client that starts from nothing: what the library says to a process that has just loaded it.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -39,6 +40,8 @@ int main(int argc, char **argv) {
     std::printf("attach %d\n", ModuleAttach());
   } else if (what == "locked-exit") {
     std::printf("%d\n", FileLock(0));  // and leaves with the lock held
+  } else if (what == "standard-input") {
+    std::printf("%s, lock %d\n", fcntl(STDIN_FILENO, F_GETFD) == -1 ? "closed" : "open", FileLock(0));
   } else if (what == "lock") {
     Mark();
     if (FileLock(1) != 1) return 3;

@@ -119,6 +119,13 @@ TEST(OpenIPCFile, CreatesTheFileWithItsModeAndOpensItOnce) {
   EXPECT_EQ(access(sandbox::kLockFile, F_OK), -1) << "an open file was opened again";
 }
 
+TEST(OpenIPCFile, DoesNotTakeThePlaceOfAClosedStandardStream) {
+  sandbox::RequireSandbox();
+  const ProgramResult result =
+      RunProgram({"/bin/sh", "-c", std::string("exec '") + ZEBCS_FRAME_PROBE + "' standard-input <&-"});
+  EXPECT_EQ(result.output, "closed, lock 1\n");
+}
+
 TEST(OpenIPCFile, MissingFolderFails) {
   sandbox::RequireSandbox();
   ASSERT_EQ(CloseIPCFile(), 0);

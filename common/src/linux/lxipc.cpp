@@ -49,6 +49,18 @@ s32 Poll(u32 retries, TryOnce tryOnce) {
   }
 }
 
+// Opens the IPC lock file above the standard streams: in a process that was started with one of them closed, what is
+// printed must not end up in the file. Returns -1 and errno on failure.
+int OpenAboveStandardStreams(int flags) {
+  const int fd = open(l_ipc_filename, flags | O_CLOEXEC, 0664);
+  if (fd == -1 || fd > STDERR_FILENO) return fd;
+  const int above = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = errno;
+  (void)close(fd);  // nothing was written or locked through it
+  errno = error;
+  return above;
+}
+
 // Kept: every lock covers the whole file, whatever its offset or mutex name; all global mutexes are one lock.
 struct flock WholeFile(short type) {
   struct flock record {};
@@ -103,8 +115,8 @@ int CreateIPCName(int name_user) {
 
 s32 OpenIPCFile(void) {
   if (l_ipc_fd != -1) return 0;
-  l_ipc_fd = open(l_ipc_filename, O_RDWR | O_CREAT | O_CLOEXEC, 0664);
-  if (l_ipc_fd == -1 && errno == EACCES) l_ipc_fd = open(l_ipc_filename, O_RDONLY | O_CLOEXEC);
+  l_ipc_fd = OpenAboveStandardStreams(O_RDWR | O_CREAT);
+  if (l_ipc_fd == -1 && errno == EACCES) l_ipc_fd = OpenAboveStandardStreams(O_RDONLY);
   return l_ipc_fd == -1 ? -1 : 0;
 }
 
