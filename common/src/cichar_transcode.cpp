@@ -327,11 +327,39 @@ ZEBCS_USES_SHUFFLE const u8 *ShuffleBlocksToUTF16(const u8 *p, Output &result) {
   return end;
 }
 
+// Stores the start of a text that does not begin with ASCII, up to what the loop over blocks is for: blocks do not pay
+// off for a name. Stops at the terminator, at an uncommon sequence, and where the room ends.
+template <class Output>
+[[gnu::always_inline]] inline const u8 *PutShortTextAsUTF16(const u8 *p, Output &output) {
+  constexpr ptrdiff_t kShortText = 64;
+  for (const u8 *const end = p + kShortText; p < end && output.Left() != 0;) {
+    const u32 b0 = p[0];
+    if (b0 < 0x80) {
+      if (b0 == 0) break;
+      output.Put(static_cast<ustring>(b0));
+      p += 1;
+    } else if ((b0 & 0xE0) == 0xC0 && p[1] != 0) {
+      output.Put(static_cast<ustring>((b0 & 0x1F) << 6 | (p[1] & 0x3Fu)));
+      p += 2;
+    } else if ((b0 & 0xF0) == 0xE0 && p[1] != 0 && p[2] != 0) {
+      output.Put(static_cast<ustring>(b0 << 12 | (p[1] & 0x3Fu) << 6 | (p[2] & 0x3Fu)));
+      p += 3;
+    } else {
+      break;
+    }
+  }
+  return p;
+}
+
 // UTF-8 to UTF-16. Whole blocks of ASCII and stretches of common text go fast, anything else character by character.
 template <class Output>
 Conversion UTF8ToUTF16(const u8 *pSrc, Output output) {
   const __m128i zero = _mm_setzero_si128();
   const bool canShuffle = Output::kStores && HasShuffle();
+  if (Output::kStores && *pSrc >= 0x80) {
+    pSrc = PutShortTextAsUTF16(pSrc, output);
+    if (*pSrc == 0) return {SM_STATUS_SUCCESS, output.Used()};
+  }
   for (;;) {
     if (IsBlockAligned(pSrc)) {
       for (; output.Left() >= kBlockSize; pSrc += kBlockSize) {
