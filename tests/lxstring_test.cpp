@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <random>
 #include <string>
 #include <vector>
@@ -198,4 +199,292 @@ TEST(Uni_strncasecmp, KeptItFoldsToUpperCase) {
   EXPECT_EQ(Uni_strncasecmp(U("a").data(), U("b").data(), -1), 0);
   EXPECT_EQ(Uni_strncasecmp(Units{0xE9, 0}.data(), Units{0xC9, 0}.data(), 1), 0x20) << "nothing else is folded";
   EXPECT_EQ(Uni_strncasecmp(Units{'a', 0, 'x'}.data(), Units{'A', 0, 'y'}.data(), 3), 0) << "stops at the terminator";
+}
+
+// Against a plain second implementation: text of a few units that are easy to take for each other.
+namespace {
+
+constexpr size_t kNone = SIZE_MAX;
+
+Units RandomText(std::mt19937 &random, size_t length) {
+  constexpr ustring kUnits[] = {'a', 'b', 0x6100, 0x6161, 0x8061, 0xFFFF, 0xD800};
+  const size_t variety = 1 + random() % std::size(kUnits);
+  Units text;
+  for (size_t i = 0; i < length; ++i) text.push_back(kUnits[random() % variety]);
+  text.push_back(0);
+  return text;
+}
+
+// A copy of text that ends at a page nobody may touch.
+class GuardedText {
+ public:
+  explicit GuardedText(const Units &text) : m_memory(text.size() * sizeof(ustring)), m_size(text.size()) {
+    std::copy(text.begin(), text.end(), data());
+  }
+  ustring *data() const { return m_memory.data<ustring>(); }
+  Units Content() const { return {data(), data() + m_size}; }
+
+ private:
+  GuardedBuffer m_memory;
+  size_t m_size;
+};
+
+size_t Length(const Units &text) { return text.size() - 1; }
+
+bool IsIn(const Units &set, ustring unit) { return std::find(set.begin(), set.end() - 1, unit) != set.end() - 1; }
+
+size_t PlainSpan(const Units &text, const Units &set, bool isIn) {
+  size_t length = 0;
+  while (length < Length(text) && IsIn(set, text[length]) == isIn) ++length;
+  return length;
+}
+
+size_t PlainFind(const Units &text, const Units &find) {
+  for (size_t i = 0; i + Length(find) <= Length(text); ++i) {
+    bool isEqual = true;
+    for (size_t k = 0; k < Length(find); ++k) isEqual = isEqual && text[i + k] == find[k];
+    if (isEqual) return i;
+  }
+  return kNone;
+}
+
+s32 PlainDifference(ustring a, ustring b) { return (65536 + a - b) % 65536; }
+
+s32 PlainCompare(const Units &a, const Units &b) {
+  size_t i = 0;
+  while (i < Length(a) && i < Length(b) && a[i] == b[i]) ++i;
+  return PlainDifference(a[i], b[i]);
+}
+
+s32 PlainUpper(ustring unit) { return unit >= 'a' && unit <= 'z' ? unit - 'a' + 'A' : unit; }
+
+// Where in a text a function's answer points.
+size_t Place(const ustring *text, const ustring *answer) {
+  return answer == nullptr ? kNone : static_cast<size_t>(answer - text);
+}
+
+}  // namespace
+
+TEST(Uni_str, SearchingAgreesWithAPlainImplementation) {
+  std::mt19937 random(1);
+  for (unsigned round = 0; round < 6000; ++round) {
+    const Units text = RandomText(random, random() % 24);
+    const Units other = RandomText(random, random() % (round % 2 == 0 ? 4 : 24));
+    const GuardedText s(text);
+    const GuardedText o(other);
+    ASSERT_EQ(Uni_strlen(s.data()), Length(text));
+    ASSERT_EQ(Uni_strcmp(s.data(), o.data()), PlainCompare(text, other)) << round;
+    ASSERT_EQ(Place(s.data(), Uni_strstr(s.data(), o.data())), PlainFind(text, other)) << round;
+    ASSERT_EQ(Uni_strspn(s.data(), o.data()), PlainSpan(text, other, true)) << round;
+    const size_t before = PlainSpan(text, other, false);
+    ASSERT_EQ(Uni_strcspn(s.data(), o.data()), before) << round;
+    ASSERT_EQ(Place(s.data(), Uni_strpbrk(s.data(), o.data())), before == Length(text) ? kNone : before) << round;
+    for (const ustring unit : {ustring{0}, ustring{'a'}, ustring{0x6100}, ustring{0xFFFF}, ustring{0x7777}}) {
+      const auto found = std::find(text.begin(), text.end(), unit);
+      ASSERT_EQ(Place(s.data(), Uni_strchr(s.data(), unit)),
+                found == text.end() ? kNone : static_cast<size_t>(found - text.begin()));
+    }
+    ASSERT_EQ(s.Content(), text);
+    ASSERT_EQ(o.Content(), other);
+  }
+}
+
+TEST(Uni_strstr, EveryPieceOfATextIsFoundInIt) {
+  const Units text = U("abcdefghijklmnopqrstuvwxyz");
+  const GuardedText s(text);
+  for (size_t first = 0; first <= Length(text); ++first) {
+    for (size_t length = 0; first + length <= Length(text); ++length) {
+      Units piece(&text[first], &text[first] + length);
+      piece.push_back(0);
+      const GuardedText o(piece);
+      ASSERT_EQ(Place(s.data(), Uni_strstr(s.data(), o.data())), length == 0 ? 0 : first);
+    }
+  }
+}
+
+TEST(Uni_str, CopyingTouchesNoMoreThanItSays) {
+  std::mt19937 random(2);
+  for (size_t length = 0; length <= 40; ++length) {
+    for (size_t before = 0; before <= 20; before += 5) {
+      const Units text = RandomText(random, length);
+      const Units start = RandomText(random, before);
+      const GuardedText source(text);
+      Units joined(start.begin(), start.end() - 1);
+      joined.insert(joined.end(), text.begin(), text.end());
+
+      GuardedText copied(Units(length + 1, kFill));
+      ASSERT_EQ(Uni_strcpy(copied.data(), source.data()), copied.data());
+      ASSERT_EQ(copied.Content(), text);
+
+      Units room = start;
+      room.resize(joined.size(), kFill);
+      GuardedText appended(room);
+      ASSERT_EQ(Uni_strcat(appended.data(), source.data()), appended.data());
+      ASSERT_EQ(appended.Content(), joined);
+
+      for (const size_t count : {length / 2, length - 1, length, length + 1, length + 2, kNone}) {
+        if (length == 0 && count == kNone) continue;
+        const size_t copiedUnits = std::min(count, length + 1);
+        // A source that has no terminator within the count is not read past the count.
+        const GuardedText cut(Units(text.begin(), text.begin() + static_cast<ptrdiff_t>(copiedUnits)));
+        GuardedText dest(Units(copiedUnits, kFill));
+        ASSERT_EQ(Uni_strncpy(dest.data(), cut.data(), count), dest.data());
+        ASSERT_EQ(dest.Content(), cut.Content()) << length << ' ' << count;
+
+        Units expected(start.begin(), start.end() - 1);
+        const size_t appendedUnits = std::min(count, length);
+        expected.insert(expected.end(), text.begin(), text.begin() + static_cast<ptrdiff_t>(appendedUnits));
+        expected.push_back(0);
+        if (count == 0) expected = start;
+        Units destBefore = start;
+        destBefore.resize(expected.size(), kFill);
+        GuardedText joinedDest(destBefore);
+        ASSERT_EQ(Uni_strncat(joinedDest.data(), cut.data(), count), joinedDest.data());
+        ASSERT_EQ(joinedDest.Content(), expected) << length << ' ' << count;
+      }
+    }
+  }
+}
+
+TEST(Uni_str, ComparingStopsAtTheCount) {
+  std::mt19937 random(3);
+  for (unsigned round = 0; round < 3000; ++round) {
+    const size_t count = random() % 20;
+    Units a = RandomText(random, count);
+    Units b = round % 3 == 0 ? a : RandomText(random, count);
+    if (count > 0 && round % 2 == 0) a[random() % count] = 0;
+    if (count > 0 && round % 4 == 0) b[random() % count] = 0;
+    if (count > 0 && round % 5 == 0) b[random() % count] = static_cast<ustring>(random());
+    a.pop_back();
+    b.pop_back();
+    const GuardedText guardedA(a);
+    const GuardedText guardedB(b);
+
+    s32 expected = 0;
+    for (size_t i = 0; i < count && expected == 0; ++i) expected = PlainDifference(a[i], b[i]);
+    ASSERT_EQ(Uni_memcmp(guardedA.data(), guardedB.data(), count), expected) << round;
+
+    expected = 0;
+    for (size_t i = 0; i < count && expected == 0; ++i) {
+      expected = PlainUpper(a[i]) - PlainUpper(b[i]);
+      if (a[i] == 0 && b[i] == 0) break;
+    }
+    ASSERT_EQ(Uni_strncasecmp(guardedA.data(), guardedB.data(), static_cast<s32>(count)), expected) << round;
+  }
+}
+
+TEST(Uni_strncasecmp, FoldsTheLettersOfASCIIAndNothingElse) {
+  for (unsigned unit = 0; unit <= 0xFFFF; ++unit) {
+    const Units a{static_cast<ustring>(unit)};
+    for (const ustring other :
+         {ustring{'A'}, ustring{'q'}, ustring{'Z'}, ustring{'['}, ustring{'`'}, ustring{0xFFFF}}) {
+      const Units b{other};
+      ASSERT_EQ(Uni_strncasecmp(a.data(), b.data(), 1), PlainUpper(a[0]) - PlainUpper(other)) << unit << ' ' << other;
+    }
+  }
+}
+
+TEST(Uni_strncasecmp, CountsAtTheLimits) {
+  const Units a = U("abC");
+  const Units b = U("ABd");
+  EXPECT_EQ(Uni_strncasecmp(a.data(), b.data(), 2), 0);
+  EXPECT_EQ(Uni_strncasecmp(a.data(), b.data(), 3), -1);
+  EXPECT_EQ(Uni_strncasecmp(a.data(), b.data(), INT_MAX), -1);
+  EXPECT_EQ(Uni_strncasecmp(a.data(), b.data(), INT_MIN), 0);
+}
+
+TEST(Uni_strcmp, KeptEveryDifferenceIsModulo65536) {
+  for (unsigned unit = 1; unit <= 0xFFFF; ++unit) {
+    const Units a{static_cast<ustring>(unit), 0};
+    ASSERT_EQ(Uni_strcmp(a.data(), U("").data()), static_cast<s32>(unit));
+    ASSERT_EQ(Uni_strcmp(U("").data(), a.data()), static_cast<s32>(65536 - unit));
+    ASSERT_EQ(Uni_strcmp(a.data(), U("m").data()), PlainDifference(a[0], 'm'));
+  }
+}
+
+TEST(Uni_strtok, AgreesWithAPlainImplementation) {
+  std::mt19937 random(4);
+  for (unsigned round = 0; round < 3000; ++round) {
+    const Units text = RandomText(random, random() % 30);
+    const GuardedText s(text);
+    Units expected = text;
+    size_t position = 0;
+    bool isFirst = true;
+    for (;;) {
+      const Units delims = RandomText(random, random() % 3);  // others each time
+      const GuardedText d(delims);
+      while (position < Length(text) && IsIn(delims, text[position])) ++position;
+      const size_t token = position < Length(text) ? position : kNone;
+      while (position < Length(text) && !IsIn(delims, text[position])) ++position;
+      if (token != kNone && position < Length(text)) expected[position++] = 0;
+      ASSERT_EQ(Place(s.data(), Uni_strtok(isFirst ? s.data() : nullptr, d.data())), token) << round;
+      ASSERT_EQ(s.Content(), expected) << round;
+      isFirst = false;
+      if (token == kNone) break;
+    }
+    ASSERT_EQ(Uni_strtok(nullptr, U("").data()), nullptr) << "the position is forgotten";
+  }
+}
+
+TEST(Uni_strtok, OnePositionForTheWholeProcess) {
+  Units first = U("a b c");
+  Units second = U("x y");
+  const Units blank = U(" ");
+  EXPECT_EQ(Uni_strtok(first.data(), blank.data()), &first[0]);
+  EXPECT_EQ(KCSUniStrtok(nullptr, blank.data()), &first[2]) << "the exported name has the same position";
+  EXPECT_EQ(UniStrtok(second.data(), blank.data()), &second[0]) << "a new text takes the old one's place";
+  EXPECT_EQ(Uni_strtok(nullptr, blank.data()), &second[2]);
+  EXPECT_EQ(Uni_strtok(nullptr, blank.data()), nullptr);
+  EXPECT_EQ(first, (Units{'a', 0, 'b', 0, 'c', 0}));
+
+  EXPECT_EQ(Uni_strtok(U("").data(), blank.data()), nullptr);
+  EXPECT_EQ(Uni_strtok(nullptr, blank.data()), nullptr);
+  Units third = U("a b");
+  Units onlyDelims = U("   ");
+  EXPECT_EQ(Uni_strtok(third.data(), blank.data()), &third[0]);
+  EXPECT_EQ(Uni_strtok(onlyDelims.data(), blank.data()), nullptr);
+  EXPECT_EQ(Uni_strtok(nullptr, blank.data()), nullptr) << "the text before is forgotten, too";
+  EXPECT_EQ(onlyDelims, U("   "));
+  Units whole = U("a b");
+  EXPECT_EQ(Uni_strtok(whole.data(), U("").data()), &whole[0]) << "without delimiters the whole text is a token";
+  EXPECT_EQ(whole, U("a b"));
+}
+
+TEST(Uni_strset, AnyUnitAndZeroToo) {
+  for (const ustring unit : {ustring{0}, ustring{1}, ustring{0xD800}, ustring{0xFFFF}}) {
+    for (size_t length = 0; length <= 20; ++length) {
+      const GuardedText s(U(std::string(length, 'x')));
+      Units expected(length, unit);
+      expected.push_back(0);
+      EXPECT_EQ(Uni_strset(s.data(), unit), s.data());
+      EXPECT_EQ(s.Content(), expected);
+    }
+  }
+}
+
+TEST(Uni_strnset, WritesExactlyTheCount) {
+  for (size_t count = 0; count <= 40; ++count) {
+    const GuardedText s(Units(count, 0));
+    EXPECT_EQ(Uni_strnset(s.data(), 0xABCD, count), s.data());
+    EXPECT_EQ(s.Content(), Units(count, 0xABCD));
+  }
+}
+
+TEST(Uni_strrev, EveryLength) {
+  std::mt19937 random(5);
+  for (size_t length = 0; length <= 4100; length += length < 70 ? 1 : 403) {
+    const Units text = RandomText(random, length);
+    const GuardedText s(text);
+    Units expected = text;
+    std::reverse(expected.begin(), expected.end() - 1);
+    EXPECT_EQ(Uni_strrev(s.data()), s.data());
+    ASSERT_EQ(s.Content(), expected) << length;
+  }
+}
+
+TEST(Uni_strncat, CountOfZeroDoesNotLookForTheEnd) {
+  const GuardedText unterminated(Units(3, kFill));
+  const GuardedText source(U("cd"));
+  EXPECT_EQ(Uni_strncat(unterminated.data(), source.data(), 0), unterminated.data());
+  EXPECT_EQ(unterminated.Content(), Units(3, kFill));
 }

@@ -303,7 +303,7 @@ ZEBCS_USES_SHUFFLE const u8 *ShuffleBlocksToUTF16(const u8 *p, Output &result) {
   while (block.isCommon) {
     const UTF8Block next(p + kBlockSize);  // which the text reaches: it does not end in this block
     // Two blocks of ASCII are for the loop that has nothing else; it has just refused the first block here.
-    if ((block.expected | next.expected | next.continuations | carried) == 0 && next.isCommon && p != start) break;
+    if (p != start && next.isCommon && (block.expected | next.expected | next.continuations | carried) == 0) break;
     if (!block.IsInPlace(carried) || (block.Overhang() & ~next.continuations) != 0) break;
     if (block.Starts() == block.threes && output.Left() >= kBlockSize) {
       PutThrees(p, block.threes, output);
@@ -548,10 +548,10 @@ ZEBCS_USES_SHUFFLE const ustring *ShuffleBlocksToUTF8(const ustring *p, Output &
   const ustring *const start = p;
   while (isCommon) {
     const UTF16Block next(LoadBlock(p + kBlockUnits));  // which the text reaches: it does not end in this block
-    // A pair of ASCII is for the loop that has nothing else; it has just refused the first pair here.
-    const unsigned isPairASCII = BlockMask(_mm_and_si128(block.isASCII, next.isASCII));
-    if (p != start && isPairASCII == kAll) break;
     const bool isNextCommon = !next.HasZeroOrSurrogate();
+    // A pair of ASCII is for the loop that has nothing else; it has just refused the first pair here.
+    const auto isPairASCII = [&] { return BlockMask(_mm_and_si128(block.isASCII, next.isASCII)) == kAll; };
+    if (p != start && isNextCommon && isPairASCII()) break;
     const unsigned isShort = BlockMask(block.isShort);
     if (isShort == kAll) {
       // What does not fit of the next block leaves less than a character's bytes of the room.
