@@ -1354,22 +1354,6 @@ TEST(HugeText, UCS2StrToUTF8StrSizes) {
   EXPECT_EQ(size, 3 * kLast + 1);
 }
 
-TEST(HugeText, UCS4StrToUTF8StrSizes) {
-  constexpr size_t kLast = (0xFFFFFFFF - 1) / 6;
-  const HugeText<u32> text(0x7FFFFFFF, kLast + 1);
-  u32 size = 7;
-  EXPECT_EQ(KCSUCS4StrToUTF8Str(nullptr, &size, text.OfLength(kLast + 1)), SM_STATUS_INVALID_INPUT);
-  EXPECT_EQ(size, 7u) << "the size is left alone";
-}
-
-TEST(HugeText, UnicodeToEscapeSizes) {
-  constexpr size_t kLast = (0xFFFFFFFF - 1) / 6;
-  const HugeText<ustring> text(0x100, kLast + 1);
-  u32 size = 7;
-  EXPECT_EQ(KCSUnicodeToEscape(nullptr, &size, text.OfLength(kLast + 1)), -1);
-  EXPECT_EQ(size, 7u) << "the size is left alone";
-}
-
 TEST(KCSForwarders, LocalAndASCIIAreUTF8) {
   const ustring wide[] = {0xE9, 0};
   for (const auto convert : {KCSLocalToUnicode, KCSASCIIToUnicode}) {
