@@ -12,10 +12,4 @@ inline void Require(bool isTrue, const std::string &what) {
   std::exit(1);
 }
 
-// Each file adds its benchmarks, after comparing the answers of their contenders.
-void AddEncodingBenchmarks();
-void AddXMLBenchmarks();
-void AddDigestBenchmarks();
-void AddFrameBenchmarks();
-
 #endif

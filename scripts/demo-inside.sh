@@ -1,14 +1,27 @@
 # The demo itself, run by scripts/demo inside the sandbox. The argument is the zebctl to use.
 set -euo pipefail
+
+# What follows replaces the accounts and the role map of the machine it runs on: that must be the sandbox.
+if [ -z "${ZEBCS_SANDBOX:-}" ] || [ ! -w "${ZEBCS_SANDBOX_TMP:-/nonexistent}" ] || [ "$(uname -n)" != sandbox ]; then
+  echo "This part of the demo runs in the sandbox only: start scripts/demo." >&2
+  exit 1
+fi
+
 zebctl=$1
 rolemap=/opt/vorn/fleetops/etc/zebrolemap
 
 bold='' plain=''
 if [ -t 1 ]; then bold=$'\033[1m' plain=$'\033[0m'; fi
 say() { printf '\n%s%s%s\n' "$bold" "$*" "$plain"; }
+
+# run STATUS ARGUMENTS...: shows one call of zebctl, which must end with this status.
 run() {
+  local expected=$1 status=0
+  shift
   printf '$ zebctl %s\n' "$*"
-  "$zebctl" "$@" || printf '(exit status %s)\n' $?
+  "$zebctl" "$@" 2>&1 || status=$?
+  [ "$status" -eq 0 ] || printf '(exit status %s)\n' "$status"
+  [ "$status" -eq "$expected" ] || { echo "The demo failed: exit status $expected was expected." >&2; exit 1; }
 }
 
 cat >/etc/passwd <<'ACCOUNTS'
@@ -27,45 +40,65 @@ operators:x:2000:bob,carol
 helpdesk:x:2001:carol
 GROUPS
 
-say "The role map of this machine"
+say "The accounts and groups of this machine, $(uname -n) in the domain $(cat /proc/sys/kernel/domainname)"
+cut -d: -f1,3-5 /etc/passwd
+cut -d: -f1,3- /etc/group
+
+say "Its role map: who is what when coming from where. A + stands in front of a group, a * for anyone or anywhere."
 cat >"$rolemap" <<'ROLEMAP'
 # NAMES             HOSTS                    ROLE
 root                *                        administrator
+
 alice               console1,console2        administrator
 alice               *                        user
 +operators          *                        poweruser
 +helpdesk           *.lab.example            administrator
-*                   kiosk                    user
+*                   kiosk,*.sandbox.test     user
 ROLEMAP
 chmod 0640 "$rolemap"
 cat "$rolemap"
 
-say "What the library reads in it"
-run rolemap check
+say "What the library reads in it: each name on each host is a grant."
+run 0 rolemap check
 
-say "Alice is an administrator at a console and a user elsewhere: her own rules decide."
-run rolemap privilege alice Console1
-run rolemap privilege alice laptop
+say "Alice is an administrator at a console and a user elsewhere: her own rules decide. Case does not matter in hosts."
+run 0 rolemap privilege alice Console1
+run 0 rolemap privilege alice laptop
 
-say "Bob has no rule of his own: his group operators makes him a power user."
-run rolemap privilege bob laptop
+say "Bob has no rule of his own: his group operators makes him a power user anywhere."
+run 0 rolemap privilege bob laptop
 
-say "Carol is in two groups. The domain rule matches, and the strongest of her groups counts."
-run rolemap privilege carol lab.example
+say "Carol is in two groups with rules. From the domain lab.example its own rule comes before the rule for any host."
+run 0 rolemap privilege carol lab.example
 
-say "Nothing names Dave or his group: at the kiosk anyone is a user, elsewhere he has no privilege in the role map."
-run rolemap privilege dave kiosk
-run rolemap privilege dave laptop
+say "A domain rule answers to the domain's own name: for a single host of it, only the rule for any host is left."
+run 0 rolemap privilege carol pc7.lab.example
 
-say "The same for a script"
-run rolemap privilege bob laptop --json
+say "Nothing names Dave. He still is a user by the rule for anyone, as this machine itself is in sandbox.test."
+run 0 rolemap privilege dave laptop
 
-say "A mistake in the file is named with its line, and the built-in records stand in for the file."
+say "The operating system has its own opinion: 7 for user id 0, 3 for group id 0, as Dave's, and 1 for other accounts."
+run 0 rolemap privilege root laptop
+
+say "An account that does not exist has none of these, but the rule for anyone at a kiosk does not ask for accounts."
+run 0 rolemap privilege mallory kiosk
+
+say "The same as JSON, for scripts"
+run 0 rolemap privilege bob laptop --json
+
+say "A mistake in the file is named with its line ..."
 echo "eve * operator" >>"$rolemap"
-run rolemap check
-run rolemap privilege bob laptop
+tail -n 1 "$rolemap"
+run 1 rolemap check
 
-say "So is a file that others could read or change."
+say "... and the library's built-in default records stand in for the file until it is corrected: Bob is a mere user."
+run 0 rolemap privilege bob laptop
+
+say "A file that other accounts may read is refused too, until its permissions are 0640 again."
 sed -i '$d' "$rolemap"
 chmod 0644 "$rolemap"
-run rolemap check
+run 1 rolemap check
+chmod 0640 "$rolemap"
+run 0 rolemap privilege bob laptop
+
+say "That was the demo. All of it happened in a sandbox that is gone now: this machine is as it was."

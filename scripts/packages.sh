@@ -9,7 +9,7 @@ need_packages() {
   [ ${#missing[@]} -eq 0 ] && return
   if [ "$(id -u)" -ne 0 ]; then
     if ! sudo -n true 2>/dev/null; then
-      echo "These packages are missing. Install them with:" >&2
+      echo "Packages are missing. Install them as root with:" >&2
       echo "  apt-get update && apt-get install -y --no-install-recommends ${missing[*]}" >&2
       exit 1
     fi

@@ -1,14 +1,14 @@
 // The rules that find a privilege: each step, what goes before what, and a plain second implementation.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <clocale>
 #include <deque>
 #include <map>
 #include <memory>
-#include <optional>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "program.h"
@@ -55,6 +55,20 @@ s32 Ask(const std::wstring &user, const std::wstring &host) {
   ZEBRole role{user, host, 99};
   Algorithm().GetUserPrivileges(role);
   return role.nPerm;
+}
+
+// Answers a query as programs do: from the file, and from the built-in records where the file has an error.
+s32 AskAsPrograms(const std::wstring &user, const std::wstring &host, int *error = nullptr) {
+  QXAuthFileReader &reader = QXAuthFileReader::GetInstance();
+  if (error != nullptr) *error = 0;
+  try {
+    reader.Open();
+    Algorithm().Initialize(reader.GetRecords());
+  } catch (const ZEBRoleMapFileReaderException &exception) {
+    if (error != nullptr) *error = exception.getErrorCode();
+    Algorithm().Initialize(reader.GetDefaultRecords());
+  }
+  return Ask(user, host);
 }
 
 // The line of the duplicate that Initialize complains of; 0 for none.
@@ -125,6 +139,87 @@ TEST_F(RoleMap, AfterADuplicateWhatStandsBeforeItCounts) {
   EXPECT_EQ(Ask(L"root", L"h"), 7);
 }
 
+TEST_F(RoleMap, OnlyGroupsAndAnyoneBeforeADuplicateAreMerged) {
+  ASSERT_EQ(DuplicateIn({L"+wheel,* h user", L"alice h user", L"+wheel h poweruser", L"alice h user",
+                         L"+wheel,* h administrator"}),
+            4u);
+  EXPECT_EQ(Ask(L"bob", L"h"), 3);
+  EXPECT_EQ(Ask(L"no-such-account", L"h"), 1);
+}
+
+TEST_F(RoleMap, EachRuleIsMergedForItself) {
+  Use({L"+wheel h administrator", L"+wheel k user", L"* h poweruser", L"* k user", L"+operators h user"});
+  EXPECT_EQ(Ask(L"bob", L"k"), 1);
+  EXPECT_EQ(Ask(L"bob", L"h"), 7);
+  EXPECT_EQ(Ask(L"no-such-account", L"k"), 1);
+  EXPECT_EQ(Ask(L"no-such-account", L"h"), 3);
+}
+
+TEST_F(RoleMap, OnlyTheStarAloneIsAnyoneAndOnlyALeadingPlusIsAGroup) {
+  Use({L"** h user", L"*x h poweruser", L"a+wheel h administrator", L"+* k user"});
+  EXPECT_EQ(Ask(L"**", L"h"), 1);
+  EXPECT_EQ(Ask(L"*x", L"h"), 3);
+  EXPECT_EQ(Ask(L"a+wheel", L"h"), 7);
+  EXPECT_EQ(Ask(L"bob", L"h"), 0);
+  EXPECT_EQ(Ask(L"bob", L"k"), 0) << "a group whose name is a star is one that nobody is in";
+  EXPECT_EQ(Ask(L"*", L"h"), 0) << "a user who is called like the sign for anyone";
+  EXPECT_EQ(Ask(L"+wheel", L"h"), 0);
+  EXPECT_EQ(DuplicateIn({L"*x h user", L"*x h user"}), 2u);
+}
+
+TEST_F(RoleMap, QueryKeepsItsNames) {
+  Use({L"alice * user"});
+  ZEBRole role{L"alice", L"Host1", -5};
+  Algorithm().GetUserPrivileges(role);
+  EXPECT_EQ(role.szUserName, L"alice");
+  EXPECT_EQ(role.szHostName, L"Host1");
+  EXPECT_EQ(role.nPerm, 1);
+}
+
+TEST_F(RoleMap, InstanceIsOne) { EXPECT_EQ(&ZEBRoleMapAlgorithm::GetInstance(), &ZEBRoleMapAlgorithm::GetInstance()); }
+
+TEST_F(RoleMap, KeptFileWithADuplicateIsReplacedByTheDefaultsUntilItIsSaved) {
+  int error = 0;
+  const std::string good = "zoe * administrator\n";
+  ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, good + "bob * user\nbob * user\n", 0640, 5000));
+  EXPECT_EQ(AskAsPrograms(L"zoe", L"h", &error), 1);
+  EXPECT_EQ(error, DUPLICATE_ENTRY);
+  EXPECT_EQ(AskAsPrograms(L"zoe", L"h", &error), 1);
+  EXPECT_EQ(error, 0) << "it is reported once";
+  EXPECT_EQ(AskAsPrograms(L"root", L"h", &error), 7);
+  ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, good + "bob * user\n", 0640, 5001));
+  EXPECT_EQ(AskAsPrograms(L"zoe", L"h", &error), 7);
+  EXPECT_EQ(error, 0);
+  EXPECT_EQ(AskAsPrograms(L"root", L"h", &error), 0);
+}
+
+TEST_F(RoleMap, KeptAfterAFormatErrorTheTablesStayThoseOfTheDefaults) {
+  int error = 0;
+  ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, "zoe * administrator\nbad\n", 0640, 5000));
+  EXPECT_EQ(AskAsPrograms(L"zoe", L"h", &error), 1);
+  EXPECT_EQ(error, FILE_FORMAT_ERROR);
+  ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, "zoe * administrator\n", 0640, 5001));
+  for (int times = 0; times < 3; ++times) {
+    EXPECT_EQ(AskAsPrograms(L"zoe", L"h", &error), 1) << times;
+    EXPECT_EQ(error, FILE_EMPTY) << times;
+  }
+}
+
+TEST_F(RoleMap, TouchedFileIsReadAgainAndTheTablesAreBuiltAnew) {
+  ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, "zoe * administrator\n", 0640, 5000));
+  EXPECT_EQ(AskAsPrograms(L"zoe", L"h"), 7);
+  Algorithm().Initialize(QXAuthFileReader::GetInstance().GetDefaultRecords());
+  EXPECT_EQ(AskAsPrograms(L"zoe", L"h"), 7) << "other records alone do not rebuild the tables";
+  ASSERT_TRUE(sandbox::SetModificationTime(sandbox::kRoleMapPath, 4999));
+  QXAuthFileReader::GetInstance().Open();
+  Algorithm().Initialize({});
+  EXPECT_EQ(Ask(L"zoe", L"h"), 0) << "the tables were stale";
+  ASSERT_TRUE(sandbox::SetModificationTime(sandbox::kRoleMapPath, 5000));
+  int error = 0;
+  EXPECT_EQ(AskAsPrograms(L"zoe", L"h", &error), 1) << "the file was opened twice and not read in between";
+  EXPECT_EQ(error, FILE_EMPTY);
+}
+
 TEST_F(RoleMap, DefaultsMakeRootAnAdministrator) {
   MarkStale();
   Algorithm().Initialize(QXAuthFileReader::GetInstance().GetDefaultRecords());
@@ -156,6 +251,155 @@ TEST_F(RoleMap, FirstMatchingPatternInKeyOrderGoesBeforeTheExactHost) {
   EXPECT_EQ(Ask(L"alice", L"lab"), 1);
   Use({L"alice x*.lab user", L"alice lab administrator"});
   EXPECT_EQ(Ask(L"alice", L"lab"), 1) << "a pattern need not stand at the start of the key";
+}
+
+TEST_F(RoleMap, EachStepGoesBeforeAllThatFollow) {
+  ASSERT_TRUE(sandbox::AddInterface("net0"));
+  ASSERT_TRUE(sandbox::AddAddress("net0", "192.0.2.10/24"));
+  ASSERT_TRUE(sandbox::AddAddress("net0", "2001:db8::a/64"));
+  const std::vector<std::wstring> steps = {
+      L"alice *.part.x",
+      L"alice part",
+      L"alice 2001:DB8:0::A",
+      L"alice *.sandbox.test",
+      L"alice *",
+      L"+wheel part",
+      L"+staff 192.0.2.10",
+      L"+operators *.sandbox.test",
+      L"+wheel *",
+      L"* part",
+      L"* 2001:db8::a",
+      L"* *.sandbox.test",
+      L"* *",
+  };
+  for (size_t i = 0; i < steps.size(); ++i) {
+    Use({steps[i] + L" poweruser"});
+    EXPECT_EQ(Ask(L"alice", L"part"), 3) << testing::PrintToString(steps[i]);
+    for (size_t j = i + 1; j < steps.size(); ++j) {
+      Use({steps[i] + L" user", steps[j] + L" administrator"});
+      EXPECT_EQ(Ask(L"alice", L"part"), 1) << testing::PrintToString(steps[i]) << testing::PrintToString(steps[j]);
+    }
+  }
+}
+
+TEST_F(RoleMap, EmptyHostIsPartOfEveryPatternAndElseAHostLikeAnyOther) {
+  Use({L"alice *.zzz user", L"alice k, administrator"});
+  EXPECT_EQ(Ask(L"alice", L""), 1);
+  Use({L"alice k, poweruser", L"alice * user"});
+  EXPECT_EQ(Ask(L"alice", L""), 3);
+  EXPECT_EQ(Ask(L"alice", L"k"), 3);
+  EXPECT_EQ(Ask(L"alice", L"l"), 1);
+  Use({L"+wheel *.zzz poweruser", L"+wheel k, user"});
+  EXPECT_EQ(Ask(L"bob", L""), 3);
+  Use({L"* *.zzz poweruser", L"* k, user"});
+  EXPECT_EQ(Ask(L"bob", L""), 1);
+  Use({L"* *.zzz poweruser"});
+  EXPECT_EQ(Ask(L"bob", L""), 0);
+}
+
+TEST_F(RoleMap, KeptHostThatIsAStarOrADotMatchesEveryPattern) {
+  Use({L"alice *.zzz user", L"alice * administrator"});
+  EXPECT_EQ(Ask(L"alice", L"*"), 1) << "before the rule for any host, which is the exact one here";
+  EXPECT_EQ(Ask(L"alice", L"."), 1);
+  EXPECT_EQ(Ask(L"alice", L"*."), 1);
+  EXPECT_EQ(Ask(L"alice", L"*.zzz"), 1);
+  EXPECT_EQ(Ask(L"alice", L"*.zzzz"), 7);
+}
+
+TEST_F(RoleMap, GroupPatternsAndTheExactHostAreOneStep) {
+  Use({L"+wheel *.h.x user", L"+wheel h poweruser"});
+  EXPECT_EQ(Ask(L"bob", L"h"), 3);
+  Use({L"+wheel *.h.x administrator", L"+wheel h poweruser"});
+  EXPECT_EQ(Ask(L"bob", L"h"), 7);
+  Use({L"+wheel *.a.h user", L"+wheel *.b.h administrator", L"+wheel *.c.h poweruser"});
+  EXPECT_EQ(Ask(L"bob", L"h"), 7) << "all patterns count, not only the first";
+  Use({L"+wheel *.h.x user", L"+operators h administrator"});
+  EXPECT_EQ(Ask(L"alice", L"h"), 7) << "over all groups";
+}
+
+TEST_F(RoleMap, StrongestAddressOfAllGroupsCounts) {
+  ASSERT_TRUE(sandbox::AddInterface("net0"));
+  ASSERT_TRUE(sandbox::AddAddress("net0", "192.0.2.10/24"));
+  ASSERT_TRUE(sandbox::AddAddress("net0", "2001:db8::a/64"));
+  Use({L"+wheel 192.0.2.10 user", L"+wheel 2001:db8::a poweruser", L"+operators 192.0.2.10 user"});
+  EXPECT_EQ(Ask(L"alice", L"h"), 3);
+  Use({L"+wheel 192.0.2.10 user", L"+wheel 2001:db8::a poweruser", L"+operators 192.0.2.10 administrator"});
+  EXPECT_EQ(Ask(L"alice", L"h"), 7);
+  EXPECT_EQ(Ask(L"bob", L"h"), 3);
+}
+
+TEST_F(RoleMap, StrongestDomainAndAnyHostOfAllGroupsCount) {
+  Use({L"+wheel *.sandbox.test user", L"+operators *.sandbox.test poweruser", L"+staff * administrator"});
+  EXPECT_EQ(Ask(L"alice", L"h"), 3);
+  Use({L"+wheel * user", L"+operators * poweruser", L"+staff * user"});
+  EXPECT_EQ(Ask(L"alice", L"h"), 3);
+}
+
+TEST_F(RoleMap, OwnAddressThatIsAskedForIsAHostToo) {
+  ASSERT_TRUE(sandbox::AddInterface("net0"));
+  ASSERT_TRUE(sandbox::AddAddress("net0", "192.0.2.10/24"));
+  Use({L"alice 192.0.2.10 user", L"alice * administrator"});
+  EXPECT_EQ(Ask(L"alice", L"192.0.2.10"), 1);
+  EXPECT_EQ(Ask(L"alice", L"192.0.2.99"), 1) << "the machine's own address does not depend on the asking host";
+}
+
+TEST_F(RoleMap, NotationsOfAddressesInUserRules) {
+  ASSERT_TRUE(sandbox::AddInterface("net0"));
+  ASSERT_TRUE(sandbox::AddAddress("net0", "192.0.2.10/24"));
+  ASSERT_TRUE(sandbox::AddAddress("net0", "2001:db8::c000:20a/64"));
+  const struct {
+    const wchar_t *host;
+    bool isOwn;
+  } cases[] = {
+      {L"192.0.2.10", true},
+      {L"192.0.2.010", false},
+      {L"192.0.2.10.", false},
+      {L"192.0.522", false},
+      {L"3221225994", false},
+      {L"0xc000020a", false},
+      {L"::ffff:192.0.2.10", false},
+      {L"2001:db8::c000:20a", true},
+      {L"2001:DB8::C000:20A", true},
+      {L"2001:0db8:0:0:0:0:c000:020a", true},
+      {L"2001:db8::192.0.2.10", true},
+      {L"2001:db8::c000:20a/64", false},
+      {L"2001:db8::c000:20a%net0", false},
+      {L"[2001:db8::c000:20a]", false},
+      {L":", false},
+      {L"127.0.0.1", false},
+      {L"::1", false},
+      {L"0.0.0.0", false},
+      {L"::", false},
+  };
+  for (const auto &c : cases) {
+    Use({L"alice " + std::wstring(c.host) + L" poweruser"});
+    EXPECT_EQ(Ask(L"alice", L"elsewhere"), c.isOwn ? 3 : 0) << testing::PrintToString(c.host);
+  }
+}
+
+TEST_F(RoleMap, GroupsAndAnyoneKnowOwnAddressesAsTheSystemWritesThemOnly) {
+  ASSERT_TRUE(sandbox::AddInterface("net0"));
+  ASSERT_TRUE(sandbox::AddAddress("net0", "192.0.2.10/24"));
+  ASSERT_TRUE(sandbox::AddAddress("net0", "2001:db8::c000:20a/64"));
+  const struct {
+    const wchar_t *host;
+    bool isOwn;
+  } cases[] = {
+      {L"192.0.2.10", true},
+      {L"2001:db8::c000:20a", true},
+      {L"2001:DB8::C000:20A", true},  // hosts are in lower case by then
+      {L"2001:db8:0::c000:20a", false},
+      {L"2001:db8::192.0.2.10", false},
+      {L"127.0.0.1", false},
+      {L"::1", false},
+  };
+  for (const auto &c : cases) {
+    for (const wchar_t *name : {L"+wheel ", L"* "}) {
+      Use({name + std::wstring(c.host) + L" poweruser"});
+      EXPECT_EQ(Ask(L"alice", L"elsewhere"), c.isOwn ? 3 : 0)
+          << testing::PrintToString(name) << testing::PrintToString(c.host);
+    }
+  }
 }
 
 TEST_F(RoleMap, UserRulesKnowOwnAddressesInAnyNotation) {
@@ -193,6 +437,33 @@ TEST_F(RoleMap, DomainGoesBeforeAnyHostAndIsLowerCased) {
   EXPECT_EQ(Ask(L"alice", L"pc"), 1);
   ASSERT_TRUE(sandbox::SetDomainName("other.example"));
   EXPECT_EQ(Ask(L"alice", L"pc"), 7);
+}
+
+TEST_F(RoleMap, DomainIsLowerCasedForGroupsAndAnyoneToo) {
+  ASSERT_TRUE(sandbox::SetDomainName("LAB.Example"));
+  for (const wchar_t *name : {L"+wheel ", L"* "}) {
+    Use({name + std::wstring(L"*.Lab.EXAMPLE user"), name + std::wstring(L"* administrator")});
+    EXPECT_EQ(Ask(L"bob", L"pc"), 1) << testing::PrintToString(name);
+    Use({name + std::wstring(L"*.example user")});
+    EXPECT_EQ(Ask(L"bob", L"pc"), 0) << testing::PrintToString(name) << "a domain above is another one";
+  }
+}
+
+TEST_F(RoleMap, DomainAndGroupsAreReadByTheLocale) {
+  ASSERT_TRUE(sandbox::SetDomainName("D\xC3\x89J\xC3\xA0.example"));
+  ASSERT_TRUE(sandbox::SetAccounts("\xC3\xA9lan:x:1001:1001::/:/bin/sh\n",
+                                   "\xC3\xA9quipe:x:1001:\nplain:x:1002:\xC3\xA9lan\n"));
+  const std::vector<std::wstring> lines = {L"alice *.d\u00c9j\u00e0.example user", L"+\u00e9quipe h poweruser",
+                                           L"+plain k administrator"};
+  ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
+  Use(lines);
+  EXPECT_EQ(Ask(L"alice", L"pc"), 1) << "letters beyond the single bytes of the locale keep their case";
+  EXPECT_EQ(Ask(L"\u00e9lan", L"h"), 3);
+  EXPECT_EQ(Ask(L"\u00e9lan", L"k"), 7);
+  EXPECT_EQ(Ask(L"elan", L"h"), 0);
+  ASSERT_NE(std::setlocale(LC_ALL, "C"), nullptr);
+  EXPECT_EQ(Ask(L"alice", L"pc"), 0);
+  EXPECT_EQ(Ask(L"\u00e9lan", L"k"), 0) << "there is no such account in this locale";
 }
 
 TEST_F(RoleMap, MachineWithoutADomainHasTheEmptyOne) {
@@ -265,6 +536,70 @@ TEST_F(RoleMap, PrimaryAndManyGroups) {
   EXPECT_EQ(Ask(L"bob", L"h"), 1);
 }
 
+TEST_F(RoleMap, LastOfAnyNumberOfGroupsCounts) {
+  for (const int count : {1, 2, 98, 99, 100, 101, 102, 150, 2000}) {
+    std::string groups;
+    for (int i = 1; i <= count; ++i) groups += "g" + std::to_string(i) + ":x:" + std::to_string(4000 + i) + ":eve\n";
+    ASSERT_TRUE(sandbox::SetAccounts("eve:x:1005:3999::/:/bin/sh\n", "own:x:3999:\n" + groups));
+    Use({L"+g" + std::to_wstring(count) + L" h poweruser", L"+g0 h administrator"});
+    EXPECT_EQ(Ask(L"eve", L"h"), 3) << count;
+    EXPECT_EQ(Algorithm().GetOSPrivilege("eve"), 1) << count;
+    ASSERT_TRUE(sandbox::SetAccounts("eve:x:1005:3999::/:/bin/sh\n", "own:x:3999:\n" + groups + "root:x:0:eve\n"));
+    EXPECT_EQ(Algorithm().GetOSPrivilege("eve"), 3) << count;
+  }
+}
+
+TEST_F(RoleMap, NamesOfGroupsAndAccountsKeepTheirCase) {
+  ASSERT_TRUE(sandbox::SetAccounts("alice:x:1001:1001::/:/bin/sh\nAlice:x:1002:1002::/:/bin/sh\n",
+                                   "wheel:x:10:alice\nWheel:x:11:Alice\n"));
+  Use({L"+wheel h user", L"+Wheel h poweruser", L"+WHEEL h administrator"});
+  EXPECT_EQ(Ask(L"alice", L"h"), 1);
+  EXPECT_EQ(Ask(L"Alice", L"h"), 3);
+  EXPECT_EQ(Ask(L"ALICE", L"h"), 0);
+}
+
+TEST_F(RoleMap, GroupRuleNeedsItsPlus) {
+  Use({L"wheel h administrator", L"+alice h poweruser"});
+  EXPECT_EQ(Ask(L"bob", L"h"), 0);
+  EXPECT_EQ(Ask(L"alice", L"h"), 0) << "no group is called like her";
+  EXPECT_EQ(Ask(L"wheel", L"h"), 7) << "a user";
+}
+
+TEST_F(RoleMap, AccountWithALongEntry) {
+  ASSERT_TRUE(sandbox::SetAccounts("eve:x:1005:10:" + std::string(100000, 'e') + ":/:/bin/sh\n", "wheel:x:10:\n"));
+  Use({L"+wheel h poweruser"});
+  EXPECT_EQ(Ask(L"eve", L"h"), 3);
+  EXPECT_EQ(Algorithm().GetOSPrivilege("eve"), 1);
+}
+
+TEST_F(RoleMap, WithoutAccountFilesUsersAndAnyoneStillCount) {
+  Use({L"alice h poweruser", L"+wheel k administrator", L"* k user"});
+  ASSERT_TRUE(sandbox::RemoveTree("/etc/group"));
+  EXPECT_EQ(Ask(L"alice", L"h"), 3);
+  EXPECT_EQ(Ask(L"alice", L"k"), 1);
+  EXPECT_EQ(Algorithm().GetOSPrivilege("alice"), 1);
+  EXPECT_EQ(Algorithm().GetOSPrivilege("carol"), 3) << "a primary group needs no entry";
+  ASSERT_TRUE(sandbox::RemoveTree("/etc/passwd"));
+  EXPECT_EQ(Ask(L"alice", L"h"), 3);
+  EXPECT_EQ(Ask(L"alice", L"k"), 1);
+  EXPECT_EQ(Algorithm().GetOSPrivilege("root"), 0);
+}
+
+TEST_F(RoleMap, LookupsOfSeveralThreadsDoNotDisturbEachOther) {
+  Use({L"alice h user", L"+wheel h poweruser", L"* *.sandbox.test administrator"});
+  std::vector<int> wrong(4);
+  std::vector<std::thread> threads;
+  for (int &count : wrong) {
+    threads.emplace_back([&count] {
+      for (int i = 0; i < 200; ++i) {
+        if (Ask(L"alice", L"h") != 1 || Ask(L"bob", L"h") != 3 || Ask(L"dave", L"h") != 7) ++count;
+      }
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_EQ(wrong, std::vector<int>(4));
+}
+
 TEST_F(RoleMap, GroupWithVeryManyMembers) {
   std::string members = "alice";
   for (int i = 0; i < 20000; ++i) members += ",member" + std::to_string(i);
@@ -282,6 +617,7 @@ TEST_F(RoleMap, GroupIdWithoutAnEntryIsSkipped) {
 TEST_F(RoleMap, NameWithAZeroInItHasNobodysGroups) {
   Use({L"+wheel h poweruser"});
   EXPECT_EQ(Ask(std::wstring(L"alice\0x", 7), L"h"), 0);
+  EXPECT_EQ(Ask(std::wstring(L"alice\0", 6), L"h"), 0);
   EXPECT_EQ(Ask(L"alice", L"h"), 3);
 }
 
@@ -309,11 +645,22 @@ TEST_F(RoleMap, OSPrivilege) {
   const struct {
     const char *account;
     s32 expected;
-  } cases[] = {{"root", 7}, {"toor", 7}, {"carol", 3}, {"alice", 1}, {"dave", 1}, {"no-such-account", 0}, {"", 0}};
+  } cases[] = {{"root", 7}, {"toor", 7}, {"carol", 3},           {"alice", 1},
+               {"dave", 1}, {"Root", 0}, {"no-such-account", 0}, {"", 0}};
   for (const auto &c : cases) EXPECT_EQ(Algorithm().GetOSPrivilege(c.account), c.expected) << c.account;
   EXPECT_EQ(Algorithm().GetOSPrivilege(nullptr), 0);
   ASSERT_TRUE(sandbox::SetAccounts("eve:x:1005:1005::/:/bin/sh\n", "root:x:0:eve\n"));
   EXPECT_EQ(Algorithm().GetOSPrivilege("eve"), 3) << "a member of group 0 that is not her primary group";
+  ASSERT_TRUE(sandbox::SetAccounts("eve:x:0:1005::/:/bin/sh\n", "root:x:5:eve\n"));
+  EXPECT_EQ(Algorithm().GetOSPrivilege("eve"), 7) << "the number counts, not the name";
+  ASSERT_TRUE(sandbox::SetAccounts("root:x:1005:1005::/:/bin/sh\n", "root:x:5:root\n"));
+  EXPECT_EQ(Algorithm().GetOSPrivilege("root"), 1);
+}
+
+TEST_F(RoleMap, OSPrivilegeDoesNotAskTheRoleMap) {
+  Use({L"alice * administrator", L"* * poweruser"});
+  EXPECT_EQ(Algorithm().GetOSPrivilege("alice"), 1);
+  EXPECT_EQ(Algorithm().GetOSPrivilege("no-such-account"), 0);
 }
 
 // The rules once more, written down step by step.
@@ -401,6 +748,54 @@ struct Model {
 
 }  // namespace
 
+namespace {
+
+using Items = std::vector<std::wstring>;
+
+// Mostly one item, sometimes two, which may be the same.
+Items PickItems(const Items &all, std::mt19937 &random) {
+  Items items(random() % 8 == 0 ? 2 : 1);
+  for (std::wstring &item : items) item = all[random() % all.size()];
+  return items;
+}
+
+std::wstring JoinedByCommas(const Items &items) {
+  std::wstring text = items[0];
+  for (size_t i = 1; i < items.size(); ++i) text += L"," + items[i];
+  return text;
+}
+
+}  // namespace
+
+TEST_F(RoleMap, AgreesWithAPlainImplementationOnAwkwardNames) {
+  // Names of different lengths that share long beginnings, with the characters at the ends of a byte's range.
+  const wchar_t characters[] = {L'\0', L'\x01', L'a', L'\xFE', L'\xFF', L'\x100', L'\x3042', L'\x10FFFF'};
+  std::mt19937 random(12);
+  for (int round = 0; round < 300; ++round) {
+    std::vector<std::wstring> names(30);
+    for (std::wstring &name : names) {
+      if (random() % 2 == 0) name = names[random() % names.size()].substr(0, random() % 20);
+      for (size_t length = random() % 4; length > 0; --length) name += characters[random() % std::size(characters)];
+    }
+    Model model;
+    std::vector<std::wstring> lines;
+    unsigned long duplicate = 0;
+    for (size_t i = 0; i < names.size() && duplicate == 0; ++i) {
+      // The comma gives the empty name a column, and with it a grant to a name that no other line has.
+      const std::wstring other = L"other" + std::to_wstring(i);
+      lines.push_back(names[i] + L"," + other + L" h " + (i % 2 == 0 ? L"user" : L"poweruser"));
+      if (!model.Add(names[i], L"h", i % 2 == 0 ? 1 : 3)) duplicate = lines.size();
+      if (duplicate == 0) model.Add(other, L"h", i % 2 == 0 ? 1 : 3);
+    }
+    ASSERT_EQ(DuplicateIn(lines), duplicate) << round;
+    for (size_t i = 0; i < names.size(); ++i) {
+      ASSERT_EQ(Ask(names[i], L"h"), model.Ask(names[i], L"h")) << round << testing::PrintToString(names[i]);
+      const std::wstring longer = names[i] + L'\0';
+      ASSERT_EQ(Ask(longer, L"h"), model.Ask(longer, L"h")) << round << testing::PrintToString(longer);
+    }
+  }
+}
+
 TEST_F(RoleMap, AgreesWithAPlainImplementation) {
   ASSERT_TRUE(sandbox::AddInterface("net0"));
   ASSERT_TRUE(sandbox::AddAddress("net0", "192.0.2.10/24"));
@@ -423,14 +818,16 @@ TEST_F(RoleMap, AgreesWithAPlainImplementation) {
     unsigned long duplicate = 0;
     const size_t count = random() % 25;
     for (size_t i = 0; i < count && duplicate == 0; ++i) {
-      const std::wstring &name = names[random() % names.size()];
-      const std::wstring &host = hosts[random() % hosts.size()];
       const size_t role = random() % roles.size();
-      // An empty host is written as a comma alone, which is the empty host twice.
-      const std::wstring column = host.empty() ? L"," : host;
-      lines.push_back(name + L" " + column + L" " + roles[role]);
-      for (int times = host.empty() ? 2 : 1; times > 0; --times) {
-        if (!model.Add(name, host, privileges[role])) duplicate = lines.size();
+      const Items lineNames = PickItems(names, random);
+      Items lineHosts = PickItems(hosts, random);
+      // An empty host alone would be no column; behind a comma it is one.
+      if (lineHosts == Items{L""}) lineHosts.push_back(L"k");
+      lines.push_back(JoinedByCommas(lineNames) + L" " + JoinedByCommas(lineHosts) + L" " + roles[role]);
+      for (const std::wstring &name : lineNames) {
+        for (const std::wstring &host : lineHosts) {
+          if (duplicate == 0 && !model.Add(name, host, privileges[role])) duplicate = lines.size();
+        }
       }
     }
     ASSERT_EQ(DuplicateIn(lines), duplicate) << round;
@@ -456,6 +853,7 @@ std::string Joined(const std::vector<std::string> &lines) {
 
 TEST_F(RoleMap, RepeatedQueryThatTheUsersOwnRuleDecidesTakesOneSystemCall) {
   ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, "alice host1 poweruser\n+wheel * user\n", 0640));
+  EXPECT_EQ(RunProgram({ZEBCS_ROLEMAP_QUERIES}).output, "3\n");
   const auto calls = SystemCallsBetweenMarks(ZEBCS_STRACE, {ZEBCS_ROLEMAP_QUERIES});
   ASSERT_EQ(calls.size(), 1u) << Joined(calls);
   EXPECT_TRUE(calls[0].starts_with("newfstatat(AT_FDCWD, \"/opt/vorn/fleetops/etc/zebrolemap\"")) << calls[0];
@@ -464,14 +862,18 @@ TEST_F(RoleMap, RepeatedQueryThatTheUsersOwnRuleDecidesTakesOneSystemCall) {
 TEST_F(RoleMap, QueryThatFallsToTheGroupsLooksEachUpOnce) {
   ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, "alice other poweruser\n+wheel host1 user\n", 0640));
   const auto calls = SystemCallsBetweenMarks(ZEBCS_STRACE, {ZEBCS_ROLEMAP_QUERIES});
+  EXPECT_EQ(RunProgram({ZEBCS_ROLEMAP_QUERIES}).output, "1\n");
+  int roleMapChecks = 0;
   int groupFile = 0;
   int accountFile = 0;
   for (const std::string &call : calls) {
     EXPECT_FALSE(call.starts_with("socket(AF_NETLINK")) << Joined(calls);
     EXPECT_FALSE(call.starts_with("openat") && call.find("zebrolemap") != std::string::npos) << Joined(calls);
+    if (call.starts_with("newfstatat") && call.find("zebrolemap") != std::string::npos) ++roleMapChecks;
     if (call.starts_with("openat") && call.find("\"/etc/group\"") != std::string::npos) ++groupFile;
     if (call.starts_with("openat") && call.find("\"/etc/passwd\"") != std::string::npos) ++accountFile;
   }
+  EXPECT_EQ(roleMapChecks, 1) << Joined(calls);
   EXPECT_EQ(accountFile, 1) << Joined(calls);
   EXPECT_EQ(groupFile, 1 + 3) << "once for the list of ids, once for each of three groups\n" << Joined(calls);
 }

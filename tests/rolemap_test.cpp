@@ -1,14 +1,20 @@
 // The role-map file: its check, its lines, its errors, and what the reader is like after each.
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cctype>
+#include <clocale>
 #include <deque>
+#include <exception>
+#include <filesystem>
 #include <locale>
-#include <optional>
 #include <ostream>
 #include <string>
-#include <tuple>
+#include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "sandbox.h"
@@ -91,7 +97,17 @@ void WriteRoleMap(const std::string &text, mode_t mode = 0640) {
   ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, text, mode, ++time));
 }
 
-// What one line of the file gives, read by a process of its own.
+// How many descriptors of this process lead to the role-map file.
+int OpenDescriptors() {
+  int count = 0;
+  for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code error;  // the descriptor of this walk is gone when it is asked about
+    if (std::filesystem::read_symlink(entry.path(), error) == sandbox::kRoleMapPath) ++count;
+  }
+  return count;
+}
+
+// What one entry line gives.
 struct LineResult {
   Outcome outcome;
   Grants grants;
@@ -144,15 +160,27 @@ TEST(QXAuthFileRecord, Lines) {
       {"comma at the start of the names", L",alice * user", good, {{L"", L"*", 1}, {L"alice", L"*", 1}}},
       {"two commas", L"a,,b * user", good, {{L"a", L"*", 1}, {L"", L"*", 1}, {L"b", L"*", 1}}},
       {"comma at the end of the hosts", L"a h, user", good, {{L"a", L"h", 1}, {L"a", L"", 1}}},
+      {"two commas in the hosts", L"a h,,k user", good, {{L"a", L"h", 1}, {L"a", L"", 1}, {L"a", L"k", 1}}},
+      {"comma at the start of the hosts", L"a ,h user", good, {{L"a", L"", 1}, {L"a", L"h", 1}}},
       {"commas alone", L", , user", good, {{L"", L"", 1}, {L"", L"", 1}, {L"", L"", 1}, {L"", L"", 1}}},
       {"blank after a comma shifts the columns", L"alice, bob * user", bad, {}},
+      {"blank after a comma makes the rest the host",
+       L"alice, bob user",
+       good,
+       {{L"alice", L"bob", 1}, {L"", L"bob", 1}}},
       {"fourth column", L"bob * user extra", good, {{L"bob", L"*", 1}}},
+      {"carriage return in a fourth column", L"bob * user \r", good, {{L"bob", L"*", 1}}},
+      {"number sign after the role is no comment", L"bob * user#", bad, {}},
+      {"comma after the role", L"bob * user,", bad, {}},
       {"tabs and runs of blanks", L"bob\t\t*  \t user", good, {{L"bob", L"*", 1}}},
       {"role in capitals", L"bob * ADMINISTRATOR", good, {{L"bob", L"*", 7}}},
       {"role with more letters", L"bob * users", bad, {}},
       {"role with fewer letters", L"bob * use", bad, {}},
       {"carriage return", L"bob * user\r", bad, {}},
       {"one column", L"bob", bad, {}},
+      {"one column and a blank", L"bob ", bad, {}},
+      {"one column and blanks", L"bob \t ", bad, {}},
+      {"carriage return alone", L"\r", bad, {}},
       {"empty line", L"", bad, {}},
       {"blanks alone", L"  \t", bad, {}},
       {"blanks around the line", L" \tbob * user\t ", good, {{L"bob", L"*", 1}}},
@@ -160,12 +188,38 @@ TEST(QXAuthFileRecord, Lines) {
       {"same name twice", L"a,a * user", good, {{L"a", L"*", 1}, {L"a", L"*", 1}}},
       {"other characters are kept", L"d\u00e9j\u00e0 \u00c9 user", good, {{L"d\u00e9j\u00e0", L"\u00c9", 1}}},
       {"vertical tab is no blank", L"a\vb * user", good, {{L"a\vb", L"*", 1}}},
+      {"no-break space is no blank", L"a\u00a0b * user", good, {{L"a\u00a0b", L"*", 1}}},
+      {"zero is a character", std::wstring(L"a\0b * user", 10), good, {{std::wstring(L"a\0b", 3), L"*", 1}}},
+      {"zero after the role", std::wstring(L"b * user\0", 9), bad, {}},
+      {"group without a name", L"+ * user", good, {{L"+", L"*", 1}}},
+      {"percent sign means nothing", L"%5 * user", good, {{L"%5", L"*", 1}}},
+      {"wide letter that resembles one of the role", L"bob * u\u017fer", bad, {}},
+      {"wide letter whose last byte is a capital", L"a \u0141\u4141 user", good, {{L"a", L"\u0141\u4141", 1}}},
   };
   for (const auto &c : cases) {
     const LineResult result = ResultOfLine(c.line);
     EXPECT_EQ(result.outcome, c.outcome) << c.what;
     EXPECT_EQ(result.grants, c.grants) << c.what;
   }
+}
+
+TEST(QXAuthFileRecord, FoldsHostsAsTheSystemFoldsSingleBytesAndNamesNever) {
+  for (const char *locale : {"C", "C.UTF-8"}) {
+    ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
+    for (int code = 1; code < 0x180; ++code) {
+      if (code == ' ' || code == '\t' || code == ',') continue;
+      const std::wstring character(1, static_cast<wchar_t>(code));
+      const std::wstring folded(1, static_cast<wchar_t>(code <= 0xFF ? std::tolower(code) : code));
+      const LineResult result = ResultOfLine(character + L" " + character + L" user");
+      EXPECT_EQ(result.outcome, Outcome{}) << code << locale;
+      EXPECT_EQ(result.grants, (Grants{{character, folded, 1}})) << code << locale;
+    }
+  }
+}
+
+TEST(QXAuthFileRecord, IsDestroyedThroughItsBase) {
+  EXPECT_TRUE(std::has_virtual_destructor_v<QXAuthFileRecord>);
+  EXPECT_FALSE(std::is_copy_constructible_v<QXAuthFileRecord>) << "it owns its grants";
 }
 
 TEST(QXAuthFileRecord, GetRolesReplacesWhatWasThere) {
@@ -218,6 +272,18 @@ TEST(ZEBRoleMapFileReaderException, KeptCommandIdsAreNotInCodeOrder) {
   EXPECT_EQ(DUPLICATE_ENTRY, 6);
 }
 
+TEST(ZEBRoleMapFileReaderException, IsAnExceptionOfTheSupportLibrary) {
+  const auto thrown = [] { throw ZEBRoleMapFileReaderException(FILE_FORMAT_ERROR, 4); };
+  EXPECT_THROW(thrown(), VornSupport::VornException);
+  EXPECT_THROW(thrown(), std::exception);
+}
+
+TEST(QXAuthFileReader, IsOneAndCannotBeCopied) {
+  EXPECT_EQ(&QXAuthFileReader::GetInstance(), &QXAuthFileReader::GetInstance());
+  EXPECT_FALSE(std::is_copy_constructible_v<QXAuthFileReader>);
+  EXPECT_FALSE(std::is_copy_assignable_v<QXAuthFileReader>);
+}
+
 TEST(Open, MissingFile) {
   sandbox::RequireSandbox();
   EXPECT_EQ(Open(), kNotFound);
@@ -259,17 +325,45 @@ TEST(Open, SymbolicLinkIsFollowed) {
   EXPECT_EQ(Load(), Outcome{});
 }
 
+TEST(Open, LinksThatNeverEndAreNoFile) {
+  sandbox::RequireSandbox();
+  ASSERT_EQ(symlink(sandbox::kRoleMapPath, sandbox::kRoleMapPath), 0);
+  EXPECT_EQ(Open(), kNotFound);
+}
+
+TEST(Open, FileWithAWrongModeIsNotOpened) {
+  sandbox::RequireSandbox();
+  WriteRoleMap("a * user\n", 0644);
+  ASSERT_EQ(Open(), kBadMode);
+  EXPECT_EQ(GetRecords(), kNotFound) << "there is no stream";
+  EXPECT_EQ(OpenDescriptors(), 0);
+}
+
+TEST(Open, KeptOpeningTwiceBeforeReadingMakesTheFileEmpty) {
+  sandbox::RequireSandbox();
+  WriteRoleMap("a * user\n");
+  ASSERT_EQ(Open(), Outcome{});
+  ASSERT_EQ(Open(), Outcome{}) << "the stream cannot be opened again and counts as open";
+  EXPECT_EQ(GetRecords(), kEmpty);
+  EXPECT_EQ(Load(), kEmpty) << "for ever";
+}
+
 TEST(Open, FileThatMayNotBeReadIsNotFound) {
   EXPECT_EQ(sandbox::RunWithUnreadableRoleMap([] { return Open() == kNotFound ? 0 : 1; }), 0);
 }
 
-TEST(Open, FileThatAppearsLaterIsRead) {
+TEST(Open, FileThatCouldNotBeOpenedIsReadLater) {
   EXPECT_EQ(sandbox::RunWithUnreadableRoleMap([] {
-              if (Open() != kNotFound) return 1;  // a stream was made and could not open the file
-              if (unlink(sandbox::kRoleMapPath) != 0) return 2;
-              if (!sandbox::WriteFile(sandbox::kRoleMapPath, "a h user\n", 0640)) return 3;
-              if (Load() != Outcome{}) return 4;
-              return CurrentGrants() == Grants{{L"a", L"h", 1}} ? 0 : 5;
+              EXPECT_EQ(Open(), kNotFound);
+              EXPECT_EQ(GetRecords(), kEmpty) << "there is a stream, and nothing to read in it";
+              // A file that is mounted over the unreadable one takes its place for this process alone.
+              const std::string good = std::string(sandbox::kRoleMapPath) + ".good";
+              EXPECT_TRUE(sandbox::WriteFile(good, "a h user\n", 0640));
+              EXPECT_EQ(unshare(CLONE_NEWNS), 0);
+              EXPECT_EQ(mount(good.c_str(), sandbox::kRoleMapPath, nullptr, MS_BIND, nullptr), 0);
+              EXPECT_EQ(Load(), Outcome{}) << "the same stream opens the file";
+              EXPECT_EQ(CurrentGrants(), (Grants{{L"a", L"h", 1}}));
+              return 0;
             }),
             0);
 }
@@ -317,6 +411,9 @@ TEST(GetRecords, FormatErrorsTellTheLine) {
       {"after good lines", "a * user\nb * user\nc\n", 3},
       {"carriage returns", "a * user\r\nb * user\r\n", 1},
       {"last line without newline", "a * user\nb *", 2},
+      {"blank line that ends in a carriage return", "# 1\n\r\n", 2},
+      {"missing column", "dave *\n", 1},
+      {"blank after a comma", "# 1\nalice, bob * user\n", 2},
   };
   for (const auto &c : cases) {
     sandbox::Process process;
@@ -339,6 +436,69 @@ TEST(GetRecords, LongLines) {
   EXPECT_EQ(LineNumbers(), std::vector<unsigned long>{2});
 }
 
+TEST(GetRecords, CommentMayEndInACarriageReturn) {
+  sandbox::RequireSandbox();
+  WriteRoleMap("# 1\r\na * user\n \t# 3\r\n");
+  ASSERT_EQ(Load(), Outcome{});
+  EXPECT_EQ(CurrentGrants(), (Grants{{L"a", L"*", 1}}));
+}
+
+TEST(GetRecords, ZeroBytesAreCharacters) {
+  sandbox::RequireSandbox();
+  for (const char *locale : {"C", "C.UTF-8"}) {
+    std::locale::global(std::locale(locale));
+    WriteRoleMap(std::string("a\0b * user\nc * user\n", 20));
+    ASSERT_EQ(Load(), Outcome{}) << locale;
+    EXPECT_EQ(CurrentGrants(), (Grants{{std::wstring(L"a\0b", 3), L"*", 1}, {L"c", L"*", 1}})) << locale;
+  }
+}
+
+TEST(GetRecords, ListIsOneAndTheSame) {
+  sandbox::RequireSandbox();
+  WriteRoleMap("a * user\n");
+  ASSERT_EQ(Load(), Outcome{});
+  const auto *const records = &Reader().GetRecords();
+  const QXAuthFileRecord *const first = records->front();
+  ASSERT_EQ(Load(), Outcome{});
+  EXPECT_EQ(&Reader().GetRecords(), records);
+  EXPECT_EQ(records->front(), first) << "records that are current are not made anew";
+  EXPECT_EQ(&Reader().GetDefaultRecords(), records);
+}
+
+TEST(GetRecords, StreamIsClosedAfterAGoodFileOnly) {
+  sandbox::RequireSandbox();
+  WriteRoleMap("a * user\n");
+  ASSERT_EQ(Load(), Outcome{});
+  EXPECT_EQ(OpenDescriptors(), 0);
+  WriteRoleMap("bad\n");
+  ASSERT_EQ(Load(), (Outcome{FILE_FORMAT_ERROR, 1}));
+  for (int times = 0; times < 3; ++times) {
+    EXPECT_EQ(OpenDescriptors(), 1) << times;
+    EXPECT_EQ(Load(), kEmpty) << times;
+  }
+}
+
+TEST(GetRecords, RecordsBeforeAFailingLineStayUntilTheListIsReplaced) {
+  sandbox::RequireSandbox();
+  const std::deque<QXAuthFileRecord *> &records = Reader().GetDefaultRecords();
+  WriteRoleMap("a * user\nb,c * user\nbad\nd * user\n");
+  ASSERT_EQ(Load(), (Outcome{FILE_FORMAT_ERROR, 3}));
+  EXPECT_EQ(GrantsOf(records), (Grants{{L"a", L"*", 1}, {L"b", L"*", 1}, {L"c", L"*", 1}}));
+  ASSERT_EQ(Load(), kEmpty);
+  EXPECT_TRUE(records.empty());
+}
+
+TEST(GetRecords, DefaultsReplaceTheRecordsBeforeAFailingLine) {
+  sandbox::RequireSandbox();
+  const std::deque<QXAuthFileRecord *> &records = Reader().GetDefaultRecords();
+  WriteRoleMap("a * user\nbad\n");
+  ASSERT_EQ(Load(), (Outcome{FILE_FORMAT_ERROR, 2}));
+  Reader().GetDefaultRecords();
+  EXPECT_EQ(GrantsOf(records), kDefaults);
+  ASSERT_EQ(Load(), kEmpty);
+  EXPECT_TRUE(records.empty()) << "the defaults served one query";
+}
+
 TEST(GetRecords, CharactersComeByTheGlobalLocale) {
   sandbox::RequireSandbox();
   std::locale::global(std::locale("C.UTF-8"));
@@ -358,6 +518,40 @@ TEST(GetRecords, KeptBytesThatAreNotValidEndTheReading) {
   EXPECT_EQ(CurrentGrants(), (Grants{{L"c", L"*", 1}}));
 }
 
+TEST(GetRecords, NothingBehindAnInvalidByteIsRead) {
+  sandbox::RequireSandbox();
+  // Longer than the stream's buffer: the bad byte and the end of the file are then not met at the same time.
+  const std::string padding = "#" + std::string(50000, 'x') + '\n';
+  const struct {
+    const char *what;
+    const char *locale;
+    std::string text;
+    Outcome outcome;
+    Grants grants;
+  } cases[] = {
+      {"start of a line", "C.UTF-8", "a * user\n\xFF\nc * user\n", {}, {{L"a", L"*", 1}}},
+      {"comment", "C.UTF-8", "a * user\n# \xFF\nc * user\n", {}, {{L"a", L"*", 1}}},
+      {"first line", "C.UTF-8", "\xFF * user\nc * user\n", kEmpty, {}},
+      {"far from the ends", "C.UTF-8", padding + "a * user\n\xFF\nc * user\n" + padding, {}, {{L"a", L"*", 1}}},
+      {"character cut by the end of the file", "C.UTF-8", "a * user\n# \xC3", {}, {{L"a", L"*", 1}}},
+      {"the plain locale knows no such bytes", "C", "a * user\n\xC3\xA9 * user\nc * user\n", {}, {{L"a", L"*", 1}}},
+      {"comment in the plain locale", "C", "# d\xC3\xA9\na * user\n", kEmpty, {}},
+  };
+  for (const auto &c : cases) {
+    sandbox::Process process;
+    WriteRoleMap(c.text);
+    ASSERT_TRUE(process.Start([&c](sandbox::Channel &) {
+      std::locale::global(std::locale(c.locale));
+      EXPECT_EQ(Load(), c.outcome) << c.what;
+      if (c.outcome == Outcome{}) {
+        EXPECT_EQ(CurrentGrants(), c.grants) << c.what;
+      }
+      return 0;
+    }));
+    EXPECT_EQ(process.Wait(), 0) << c.what;
+  }
+}
+
 TEST(GetRecords, FileIsReadAgainOnlyWhenItsTimeChanges) {
   sandbox::RequireSandbox();
   ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, "a * user\n", 0640, 5000));
@@ -369,6 +563,40 @@ TEST(GetRecords, FileIsReadAgainOnlyWhenItsTimeChanges) {
   EXPECT_EQ(CurrentGrants(), (Grants{{L"a", L"*", 1}})) << "GetRecords alone does not look";
   ASSERT_EQ(Load(), Outcome{});
   EXPECT_EQ(CurrentGrants(), (Grants{{L"b", L"*", 1}})) << "an older time is a change too";
+}
+
+TEST(GetRecords, FileThatVanishesAndReturnsUnchangedIsStillCurrent) {
+  sandbox::RequireSandbox();
+  ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, "a * user\n", 0640, 5000));
+  ASSERT_EQ(Load(), Outcome{});
+  ASSERT_EQ(unlink(sandbox::kRoleMapPath), 0);
+  ASSERT_EQ(Open(), kNotFound);
+  EXPECT_EQ(CurrentGrants(), (Grants{{L"a", L"*", 1}})) << "no new time was seen";
+  ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, "b * user\n", 0640, 5000));
+  ASSERT_EQ(Load(), Outcome{});
+  EXPECT_EQ(CurrentGrants(), (Grants{{L"a", L"*", 1}}));
+  ASSERT_TRUE(sandbox::SetModificationTime(sandbox::kRoleMapPath, 5001));
+  ASSERT_EQ(Load(), Outcome{});
+  EXPECT_EQ(CurrentGrants(), (Grants{{L"b", L"*", 1}}));
+}
+
+TEST(GetRecords, FileOfTimeZeroIsReadTheFirstTime) {
+  sandbox::RequireSandbox();
+  ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, "a * user\n", 0640, 0));
+  ASSERT_EQ(Load(), Outcome{}) << "no change is seen, but there are no records yet";
+  EXPECT_EQ(CurrentGrants(), (Grants{{L"a", L"*", 1}}));
+}
+
+TEST(GetRecords, AfterAFormatErrorKindAndModeAreStillChecked) {
+  sandbox::RequireSandbox();
+  WriteRoleMap("bad\n");
+  ASSERT_EQ(Load(), (Outcome{FILE_FORMAT_ERROR, 1}));
+  ASSERT_EQ(chmod(sandbox::kRoleMapPath, 0600), 0);
+  EXPECT_EQ(Load(), kBadMode);
+  ASSERT_EQ(unlink(sandbox::kRoleMapPath), 0);
+  EXPECT_EQ(Load(), kNotFound);
+  WriteRoleMap("a * user\n");
+  EXPECT_EQ(Load(), kEmpty);
 }
 
 TEST(GetRecords, KeptAfterAFormatErrorTheFileIsEmptyForEver) {
@@ -427,4 +655,26 @@ TEST(GetDefaultRecords, KeptTheyStayWhileTheFileWasCurrent) {
   ASSERT_TRUE(sandbox::SetModificationTime(sandbox::kRoleMapPath, 5001));
   ASSERT_EQ(Load(), Outcome{});
   EXPECT_EQ(CurrentGrants(), (Grants{{L"a", L"*", 1}}));
+}
+
+TEST(QXAuthFileReader, CallsOfSeveralThreadsExcludeEachOther) {
+  sandbox::RequireSandbox();
+  ASSERT_TRUE(sandbox::WriteFile(sandbox::kRoleMapPath, "a,b,c * user\n", 0640, 5000));
+  ASSERT_EQ(Load(), Outcome{});
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([thread] {
+      for (int i = 0; i < 2000; ++i) {
+        // A thread may find the stream opened by another one, so every outcome of a load is a good one.
+        if (thread == 0) {
+          Reader().GetDefaultRecords();
+        } else {
+          Load();
+        }
+      }
+    });
+  }
+  for (int i = 1; i <= 200; ++i) sandbox::SetModificationTime(sandbox::kRoleMapPath, 5000 + i);
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_EQ(GrantsOf(Reader().GetDefaultRecords()), kDefaults);
 }

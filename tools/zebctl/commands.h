@@ -1,5 +1,5 @@
 // The commands of zebctl. Each Add function hangs a group of commands below the program's own; the one that the user
-// chose runs as its callback, prints to standard output and leaves its exit status.
+// chose runs as its callback, prints with the functions of output.h and leaves its exit status.
 #ifndef ZEBCTL_COMMANDS_H
 #define ZEBCTL_COMMANDS_H
 
@@ -10,6 +10,11 @@ inline constexpr int kExitGood = 0;
 inline constexpr int kExitNo = 1;           // the question was answered with "no", or what was asked about is faulty
 inline constexpr int kExitBadArgument = 2;  // the command line cannot be understood
 inline constexpr int kExitTrouble = 3;      // the answer could not be written, or memory ran out
+
+// The statuses that every command shares, as the last lines of its help.
+inline constexpr char kSharedExitStatuses[] =
+    "             2  the command line cannot be understood\n"
+    "             3  the output could not be written, or memory ran out";
 
 void AddRolemapCommands(CLI::App &app, int &exitStatus);
 

@@ -1,56 +1,70 @@
 // zebctl: the administrator's view of what the library sees. A client of the exported interface and of nothing else.
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <exception>
-#include <iostream>
+#include <new>
+#include <string>
+#include <vector>
 
 #include "commands.h"
+#include "output.h"
 #include "text.h"
 
 namespace {
 
-constexpr char kFooter[] =
-    "Exit status: 0 success; 1 a negative answer or a faulty file; 2 a bad command line; 3 output that could not be\n"
-    "written, or other trouble.";
+// The words that lead to the command that the user has reached, such as "zebctl rolemap".
+std::string PathOf(const CLI::App &app) {
+  std::string path = app.get_name();
+  for (const CLI::App *command : app.get_subcommands()) path += ' ' + PathOf(*command);
+  return path;
+}
 
-// The last bytes leave for the terminal, file or pipe here: only now is it known that they all arrived.
-int FinishOutput(int exitStatus) {
-  std::cout.flush();
-  if (std::cout.good() && std::fflush(stdout) == 0) return exitStatus;
-  std::fprintf(stderr, "zebctl: cannot write the output: %s\n", std::strerror(errno));
-  return kExitTrouble;
+// What is wrong with a command line. A word that nothing has taken is named first: it usually explains why something
+// else is missing.
+std::string Explain(const CLI::App &app, const CLI::ParseError &error) {
+  const std::vector<std::string> unknown = app.remaining(true);
+  const std::string what =
+      unknown.empty() ? std::string(error.what()) + '.' : '"' + unknown.front() + "\" is not understood here.";
+  return "zebctl: " + what + "\nRun \"" + PathOf(app) + " --help\" to see what is.\n";
 }
 
 int Run(int argc, char **argv) {
   CLI::App app("Inspects a server systems-management agent through its common-services library.", "zebctl");
   int exitStatus = kExitGood;
-  app.set_version_flag("--version", "zebctl " ZEBCTL_VERSION);
-  app.footer(kFooter);
+  app.set_version_flag("--version", "zebctl " ZEBCTL_VERSION, "Print the version and exit");
+  app.footer(std::string("Exit status: 0  success\n"
+                         "             1  the answer is \"no\", or what was asked about is faulty\n") +
+             kSharedExitStatuses);
   app.require_subcommand(1);
   AddRolemapCommands(app, exitStatus);
   try {
     app.parse(argc, argv);
-  } catch (const CLI::Success &help) {
-    return FinishOutput(app.exit(help));
+  } catch (const CLI::CallForHelp &) {
+    Print(app.help());
+  } catch (const CLI::CallForVersion &version) {
+    Print(std::string(version.what()) + '\n');
   } catch (const CLI::ParseError &error) {
-    std::fprintf(stderr, "zebctl: %s\nRun \"zebctl --help\" for what there is.\n", error.what());
-    return kExitBadArgument;
+    Complain(Explain(app, error));
+    exitStatus = kExitBadArgument;
   } catch (const BadArgument &error) {
-    std::fprintf(stderr, "zebctl: %s\n", error.what());
-    return kExitBadArgument;
+    Complain(std::string("zebctl: ") + error.what() + '\n');
+    exitStatus = kExitBadArgument;
   }
-  return FinishOutput(exitStatus);
+  return FinishOutput() ? exitStatus : kExitTrouble;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
+  if (!PrepareOutput()) return kExitTrouble;
   try {
     UseLocaleOfEnvironment();
     return Run(argc, argv);
+  } catch (const std::bad_alloc &) {
+    std::fputs("zebctl: Memory ran out.\n", stderr);
   } catch (const std::exception &error) {
     std::fprintf(stderr, "zebctl: %s\n", error.what());
-    return kExitTrouble;
+  } catch (...) {
+    std::fputs("zebctl: Something failed that cannot be named.\n", stderr);
   }
+  return kExitTrouble;
 }

@@ -2,13 +2,13 @@
 #include <algorithm>
 #include <cctype>
 #include <deque>
-#include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 
 #include "commands.h"
+#include "output.h"
 #include "text.h"
 #include "zebcs/rolemap.hpp"
 
@@ -49,16 +49,25 @@ const char *NameOf(fileReadErrorCode code) {
 }
 
 // What is wrong and what to do about it.
-const char *AdviceOn(fileReadErrorCode code) {
+std::string AdviceOn(fileReadErrorCode code) {
   switch (code) {
-    case FILE_NOT_FOUND: return "The file is missing, or this account may not read it.";
+    case FILE_NOT_FOUND:
+      return "The file is missing, or this account may not read it. Create it with permissions 0640, or run zebctl as "
+             "an account that may read it, such as root.";
     case FILE_FORMAT_ERROR:
-      return "The line is not \"NAMES HOSTS ROLE\": three columns separated by blanks, no blank after a comma, no "
-             "carriage return at the end, and a role of administrator, poweruser or user.";
-    case MEMORY_ALLOCATION_FAILURE: return "Memory ran out.";
-    case FILE_PERMS_ERROR: return "It must be a regular file with permissions 0640: run chmod 0640 on it.";
-    case FILE_EMPTY: return "It has no entry: only blank lines and comments, or nothing at all.";
-    case DUPLICATE_ENTRY: return "The line names a user for a host for which an earlier line names him already.";
+      return "The line is not \"NAMES HOSTS ROLE\": three columns with blanks between them, none after a comma, and a "
+             "role of administrator, poweruser or user. Correct it. Carriage returns, and bytes that are not valid "
+             "text "
+             "in this locale, are mistakes too.";
+    case MEMORY_ALLOCATION_FAILURE: return "Memory ran out while the file was read. Try again when there is more.";
+    case FILE_PERMS_ERROR:
+      return std::string("It must be a regular file with permissions 0640. If it is a regular file, run: chmod 0640 ") +
+             kFile;
+    case FILE_EMPTY:
+      return "The file has no entry: nothing, or only blank lines and comments. Add a line such as: root * "
+             "administrator. Bytes that are not valid text in this locale end the reading.";
+    case DUPLICATE_ENTRY:
+      return "The line names a user for a host for which the user has been named before. Remove one of the two.";
   }
   return "The file cannot be used.";
 }
@@ -75,6 +84,8 @@ ordered_json ToJSON(const Fault &fault) {
           {"line", fault.line},
           {"message", fault.message}};
 }
+
+void PrintJSON(const ordered_json &answer) { Print(answer.dump(2) + '\n'); }
 
 std::string ToText(const Fault &fault) {
   std::string text = std::string(kFile) + ": ";
@@ -101,9 +112,9 @@ int Check(bool asJSON) {
   const std::deque<QXAuthFileRecord *> *const records = Load(fault);
   if (records == nullptr) {
     if (asJSON) {
-      std::cout << ordered_json{{"file", kFile}, {"ok", false}, {"error", ToJSON(*fault)}}.dump(2) << '\n';
+      PrintJSON(ordered_json{{"file", kFile}, {"ok", false}, {"error", ToJSON(*fault)}});
     } else {
-      std::cerr << "zebctl: " << ToText(*fault);
+      Complain("zebctl: " + ToText(*fault));
     }
     return kExitNo;
   }
@@ -126,16 +137,16 @@ int Check(bool asJSON) {
     }
   }
   if (asJSON) {
-    std::cout << ordered_json{{"file", kFile}, {"ok", true}, {"grants", grants}}.dump(2) << '\n';
+    PrintJSON(ordered_json{{"file", kFile}, {"ok", true}, {"grants", grants}});
   } else {
-    std::cout << Table(rows);
+    Print(Table(rows));
   }
   return kExitGood;
 }
 
 int Privilege(const std::string &user, const std::string &host, bool asJSON) {
   ZEBRole role{Widen(user, "USER"), Widen(host, "HOST"), 0};
-  if (user.empty()) throw BadArgument("USER is empty");
+  if (user.empty()) throw BadArgument("USER is empty. Name an account.");
   // Hosts stand in the role map in lower case.
   std::transform(role.szHostName.begin(), role.szHostName.end(), role.szHostName.begin(),
                  [](wchar_t c) { return c >= 0 && c <= 0xFF ? static_cast<wchar_t>(std::tolower(c)) : c; });
@@ -151,16 +162,17 @@ int Privilege(const std::string &user, const std::string &host, bool asJSON) {
                         {"roleMap", {{"role", RoleOf(role.nPerm)}, {"privilege", role.nPerm}}},
                         {"operatingSystem", {{"role", RoleOf(osPrivilege)}, {"privilege", osPrivilege}}}};
     if (fault) answer["error"] = ToJSON(*fault);
-    std::cout << answer.dump(2) << '\n';
+    PrintJSON(answer);
     return kExitGood;
   }
   if (fault) {
-    std::cerr << "zebctl: " << ToText(*fault)
-              << "The built-in default records are used in its place, as the agent does.\n";
+    Complain("zebctl: " + ToText(*fault) +
+             "The agent goes by its built-in default records in place of the file, and so does this answer: root is "
+             "administrator, group root has poweruser, and anyone is user.\n");
   }
-  std::cout << Table({{"SOURCE", "ROLE", "PRIVILEGE"},
-                      {fault ? "role map (defaults)" : "role map", RoleOf(role.nPerm), std::to_string(role.nPerm)},
-                      {"operating system", RoleOf(osPrivilege), std::to_string(osPrivilege)}});
+  Print(Table({{"SOURCE", "ROLE", "PRIVILEGE"},
+               {fault ? "role map (defaults)" : "role map", RoleOf(role.nPerm), std::to_string(role.nPerm)},
+               {"operating system", RoleOf(osPrivilege), std::to_string(osPrivilege)}}));
   return kExitGood;
 }
 
@@ -176,12 +188,17 @@ void AddRolemapCommands(CLI::App &app, int &exitStatus) {
 
   CLI::App *const rolemap = app.add_subcommand("rolemap", "The file that maps users and groups to roles.");
   rolemap->require_subcommand(1);
-  rolemap->footer(std::string("The role map is ") + kFile + ".");
+  rolemap->footer(std::string("The role map is the file ") + kFile + ".\n\n" +
+                  "Exit status: 0  success\n"
+                  "             1  the role map was checked and cannot be used\n" +
+                  kSharedExitStatuses);
 
   CLI::App *const check = rolemap->add_subcommand(
       "check", "Reads the role map as the agent does and prints each grant, or what is wrong with it.");
   check->add_flag("--json", arguments->asJSON, "Print JSON, for scripts");
-  check->footer("Exit status 1 when the file cannot be used.");
+  check->footer(std::string("Exit status: 0  the role map can be used\n"
+                            "             1  it cannot, and standard error or the JSON says why\n") +
+                kSharedExitStatuses);
   check->callback([arguments, &exitStatus] { exitStatus = Check(arguments->asJSON); });
 
   CLI::App *const privilege =
@@ -189,7 +206,13 @@ void AddRolemapCommands(CLI::App &app, int &exitStatus) {
   privilege->add_option("USER", arguments->user, "Account, as it logs in")->required();
   privilege->add_option("HOST", arguments->host, "Host that the account comes from")->required();
   privilege->add_flag("--json", arguments->asJSON, "Print JSON, for scripts");
-  privilege->footer("Privileges: 0 none, 1 user, 3 poweruser, 7 administrator.");
+  privilege->footer(
+      std::string(
+          "Privileges: 0 none, 1 user, 3 poweruser, 7 administrator. If the role map cannot be used, the answer\n"
+          "goes by the agent's built-in default records, and standard error and the JSON say so. Put -- in\n"
+          "front of a USER that begins with a hyphen.\n\n"
+          "Exit status: 0  the question was answered, whatever the answer\n") +
+      kSharedExitStatuses);
   privilege->callback(
       [arguments, &exitStatus] { exitStatus = Privilege(arguments->user, arguments->host, arguments->asJSON); });
 }

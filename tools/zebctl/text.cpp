@@ -1,8 +1,8 @@
 #include "text.h"
 
 #include <algorithm>
+#include <array>
 #include <climits>
-#include <clocale>
 #include <cstdio>
 #include <cwchar>
 #include <cwctype>
@@ -21,7 +21,8 @@ std::wstring Widen(const std::string &argument, const char *what) {
   const char *p = argument.c_str();
   const size_t length = std::mbsrtowcs(nullptr, &p, 0, &state);
   if (length == static_cast<size_t>(-1)) {
-    throw BadArgument(std::string(what) + " is not valid text in this locale; is LC_ALL or LANG set as meant?");
+    throw BadArgument(std::string(what) +
+                      " is not valid text in this locale. Check the variables LC_ALL, LC_CTYPE and LANG.");
   }
   std::wstring wide(length, L'\0');
   state = {};
@@ -29,6 +30,32 @@ std::wstring Widen(const std::string &argument, const char *what) {
   std::mbsrtowcs(wide.data(), &p, length, &state);
   return wide;
 }
+
+namespace {
+
+struct Range {
+  wchar_t first;
+  wchar_t last;
+};
+
+// Characters that count as printable, although they are blank, invisible or turn the text around.
+constexpr std::array<Range, 10> kUnseen = {{{0xA0, 0xA0},
+                                            {0xAD, 0xAD},
+                                            {0x61C, 0x61C},
+                                            {0x180E, 0x180E},
+                                            {0x2007, 0x2007},
+                                            {0x200B, 0x200F},
+                                            {0x202A, 0x202F},
+                                            {0x2060, 0x206F},
+                                            {0xFEFF, 0xFEFF},
+                                            {0xE0000, 0xE007F}}};
+
+bool IsSeen(wchar_t c) {
+  return std::iswgraph(static_cast<std::wint_t>(c)) != 0 &&
+         std::none_of(kUnseen.begin(), kUnseen.end(), [c](Range r) { return c >= r.first && c <= r.last; });
+}
+
+}  // namespace
 
 std::string ForTerminal(std::wstring_view name) {
   std::string text;
@@ -38,7 +65,7 @@ std::string ForTerminal(std::wstring_view name) {
     const size_t length = std::wcrtomb(bytes, c, &state);
     if (c == L'\\') {
       text += "\\\\";
-    } else if (length != static_cast<size_t>(-1) && std::iswprint(static_cast<std::wint_t>(c)) != 0) {
+    } else if (length != static_cast<size_t>(-1) && IsSeen(c)) {
       text.append(bytes, length);
     } else {
       char escape[16];

@@ -18,8 +18,9 @@ void UseLocaleOfEnvironment();
 // An argument as wide characters. Throws BadArgument for bytes that are not valid in the locale.
 std::wstring Widen(const std::string &argument, const char *what);
 
-// A name for a terminal, in the locale's encoding. Control characters and characters that the locale does not have are
-// written as \uXXXX or \UXXXXXXXX and a backslash as two, so that no name can command a terminal or pass for another.
+// A name for a terminal, in the locale's encoding. Control characters, characters that cannot be seen or that change
+// the direction of the text, and characters that the locale does not have are written as \uXXXX or \UXXXXXXXX and a
+// backslash as two, so that no name can command a terminal or rearrange the line it stands in.
 std::string ForTerminal(std::wstring_view name);
 
 // A name as UTF-8.
