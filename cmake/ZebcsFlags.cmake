@@ -40,7 +40,7 @@ endif()
 # Exports the names of the list and nothing else, and binds the library's own calls to its own functions: the names
 # are common words, and a host program's function of the same name must not take their place.
 function(zebcs_export_only target list)
-  target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+  target_compile_options(${target} PRIVATE -fno-semantic-interposition -fno-plt)
   target_link_options(${target} PRIVATE -Wl,--version-script=${list} -Wl,-Bsymbolic-functions)
   if(NOT ZEBCS_SANITIZE)  # a sanitizer's runtime lives in the program
     target_link_options(${target} PRIVATE -Wl,-z,defs)

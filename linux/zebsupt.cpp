@@ -2,6 +2,7 @@
 #include "zebcs/frame.h"
 #include "zebcs/ipc.h"
 #include "zebcs/net.h"
+#include "zebcs/product.h"
 #include "zebsupt_base.h"
 
 namespace {
@@ -33,6 +34,7 @@ booln ModuleAttach(void) {
   hGFileLock = CreateGlobalMutex(CreateIPCName(kFileLockName));
   if (hGFileLock == nullptr) return 0;
   (void)WaitForGlobalMutex(hGFileLock, ZEBCS_WAIT_FOREVER);  // without record locks, attaching goes on unguarded
+  (void)SUPTIntfInitZEBInstallPath();                        // whoever needs the path looks again
   // Kept: unloading does not unmark the IP support, so a process cannot attach again after its last detach.
   if (LoadIPSupt() != SM_STATUS_SUCCESS) {
     DropFileLock();

@@ -254,3 +254,171 @@ TEST(Allocation, ReadingStopsWithAnExceptionAndNotAsIfTheFileEnded) {
   }
   EXPECT_GT(n, 8);
 }
+
+TEST(Allocation, NewTextsAreNullAndNothingLeaks) {
+  sandbox::RequireSandbox();
+  ASSERT_TRUE(sandbox::MakeDirectories("/opt/vorn/fleetops/var/lib/kelvestane/iws"));
+  astring *(*const getters[])() = {
+      KCSGetZEBInstallPath, KCSGetRootInstallPath, KCSGetProductIniPath,  KCSGetProductVarPath,   KCSGetZEBXSLRootPath,
+      KCSGetZEBWWWRootPath, KCSGetZEBUploadPath,   KCSGetZEBDownloadPath, KCSGetZEBWEBDocsPath,   KCSGetZEBCLIDocsPath,
+      KCSGetIWSTempDirPath, KCSGetOSLocaleName,    KCSGetOSLanguage,      KCSGetOEMADSchemaPrefix};
+  int index = 0;
+  for (const auto getter : getters) {
+    astring *text = nullptr;
+    blocks = 0;
+    ASSERT_TRUE(FailRequest(1, [&] { text = getter(); })) << index;
+    ++index;
+    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(blocks, 0);
+    text = getter();  // the next call has forgotten it
+    EXPECT_NE(text, nullptr);
+    KCSFreeMem(text);
+  }
+  ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(KCSGetOEMINIPathFile("a", "b", "0"), nullptr); }));
+  ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(KCSGetLocaleNameAStr(1031), nullptr); }));
+  astring *joined = nullptr;
+  ASSERT_TRUE(FailRequest(1, [&] { KCSAppendDNode("a", "b", &joined); }));
+  EXPECT_EQ(joined, nullptr);
+}
+
+TEST(Allocation, StrrevLeavesTheTextAlone) {
+  char text[] = "abc";
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(strrev(text), text); }));
+  EXPECT_STREQ(text, "abc");
+}
+
+TEST(Allocation, WideNumberThatCannotBeNarrowedIsZero) {
+  std::vector<ustring> digits(200, '0');
+  digits[198] = '7';
+  digits[199] = 0;
+  EXPECT_EQ(KCSUniToSigned32(digits.data()), 7);
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSUniToSigned32(digits.data()), 0); }));
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSUniToUnSigned64(digits.data()), 0u); }));
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSUniToDouble(digits.data()), 0.0); }));
+}
+
+TEST(Allocation, XMLBufferIsNullOrWhole) {
+  int n = 1;
+  for (bool failed = true; failed; ++n) {
+    blocks = 0;
+    KCSSSAStr *buffer = nullptr;
+    failed = FailRequest(n, [&] { buffer = KCXAllocBuf(100, 0); });
+    EXPECT_EQ(buffer == nullptr, failed) << n;
+    if (failed) {
+      EXPECT_EQ(blocks, 0) << n;
+    }
+    KCXFreeBuf(buffer, 0);
+  }
+  EXPECT_EQ(n, 4);
+}
+
+TEST(Allocation, NodeThatDoesNotFitIsLeftOut) {
+  const std::string longText(3000, '<');
+  std::vector<ustring> longUnits(3000, '<');
+  longUnits.push_back(0);
+  const struct {
+    u32 valType;
+    const void *pVal;
+    u32 passes;
+  } cases[] = {{KCX_ASTRING, longText.c_str(), 0},
+               {KCX_ASTRING_ESCAPED, longText.c_str(), 0},
+               {KCX_ASTRING_ESCAPED, longText.c_str(), 3},
+               {KCX_USTRING_ESCAPED, longUnits.data(), 1}};
+  for (const auto &[valType, pVal, passes] : cases) {
+    int n = 1;
+    for (bool failed = true; failed; ++n) {
+      KCSSSAStr *const buffer = KCXAllocBuf(64, 0);
+      ASSERT_NE(buffer, nullptr);
+      KCXBufCatBeginNode(buffer, "x", nullptr);
+      s32 status = -1;
+      blocks = 0;
+      failed = FailRequest(n, [&] { status = KCXBufCatNodeT(buffer, "n", nullptr, valType, pVal, passes); });
+      if (failed) {
+        EXPECT_STREQ(buffer->pStr, "<x>") << valType << ' ' << n;
+        EXPECT_TRUE(status == SM_STATUS_NO_MEMORY || status == SM_STATUS_SUCCESS) << status;
+        EXPECT_EQ(blocks, 0);
+      } else {
+        EXPECT_EQ(status, SM_STATUS_SUCCESS);
+        EXPECT_GT(buffer->strCurLen, 3000u);
+      }
+      KCXFreeBuf(buffer, 0);
+    }
+    EXPECT_GT(n, 2);
+  }
+}
+
+TEST(Allocation, ValueTextsAreNullWithTheReason) {
+  const s32 number = 5;
+  const d64 fraction = 1.5;
+  const s64 time = 1000000;
+  const struct {
+    u32 valType;
+    const void *pVal;
+  } cases[] = {{KCX_ASTRING, "text"}, {KCX_BOOLN, &number}, {KCX_S32, &number},
+               {KCX_D64, &fraction},  {KCX_TIME, &time},    {KCX_ASTRING_ESCAPED, "<"}};
+  for (const auto &[valType, pVal] : cases) {
+    KCSFreeMem(KCSDASXValToASCII(valType, pVal));  // what the C library sets up once is not what fails
+    astring *text = nullptr;
+    blocks = 0;
+    ASSERT_TRUE(FailRequest(1, [&, type = valType, p = pVal] { text = KCSDASXValToASCII(type, p); }));
+    EXPECT_EQ(text, nullptr) << valType;
+    EXPECT_EQ(blocks, 0);
+  }
+  const ustring wide[] = {'a', 0};
+  s32 status = 0;
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSDASUstrToAstr(wide, &status), nullptr); }));
+  EXPECT_EQ(status, SM_STATUS_NO_MEMORY);
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSDASAstrToUstr("a", &status), nullptr); }));
+  EXPECT_EQ(status, SM_STATUS_NO_MEMORY);
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSDASAstrToUstrD(nullptr, wide, &status), nullptr); }));
+  EXPECT_EQ(status, SM_STATUS_NO_MEMORY);
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSDASUstrToAstrD(nullptr, "a", &status), nullptr); }));
+  EXPECT_EQ(status, SM_STATUS_NO_MEMORY);
+}
+
+TEST(Allocation, SetCommandParameterIsWholeOrReported) {
+  const std::string longName(1000, 'n');
+  const s32 values[] = {1, 2, 3};
+  int n = 1;
+  for (bool failed = true; failed; ++n) {
+    KCSSSAStr *const buffer = KCXAllocBuf(4000, 0);
+    ASSERT_NE(buffer, nullptr);
+    s32 status = -1;
+    blocks = 0;
+    failed = FailRequest(n, [&] {
+      status = KCSDASBufCatSetCmdParam(buffer, longName.c_str(), &values[0], &values[1], &values[2], KCX_S32);
+    });
+    EXPECT_EQ(status, failed ? SM_STATUS_NO_MEMORY : SM_STATUS_SUCCESS) << n;
+    EXPECT_EQ(std::string(buffer->pStr),
+              failed ? "" : "<Parameter name=\"" + longName + "\" oldval=\"1\" newval=\"2\" value=\"3\"/>");
+    EXPECT_EQ(blocks, 0);
+    KCXFreeBuf(buffer, 0);
+  }
+  EXPECT_GT(n, 5);
+}
+
+TEST(Allocation, StatusNodeGoesWithoutAMessageThatDoesNotFit) {
+  const std::string longMessage(1000, 'm');
+  for (int n = 1; n <= 2; ++n) {
+    KCSSSAStr *const buffer = KCXAllocBuf(4000, 0);
+    ASSERT_NE(buffer, nullptr);
+    ASSERT_TRUE(FailRequest(n, [&] { KCSDASCatSMStatusNode(buffer, 5, longMessage.c_str()); })) << n;
+    EXPECT_STREQ(buffer->pStr, "<SMStatus>5</SMStatus>");
+    KCXFreeBuf(buffer, 0);
+  }
+}
+
+TEST(Allocation, TheINIStoreAsksForNone) {
+  const sandbox::TemporaryDirectory directory;
+  const std::string path = directory.Path("a.ini");
+  astring value[100];
+  u32 size = sizeof value;
+  s32 statuses[3] = {-1, -1, -1};
+  EXPECT_FALSE(FailRequest(1, [&] {
+    statuses[0] = KCSWriteINIPathFileValue("s", "k", ZEBCS_INI_ASTRING, "v", 2, path.c_str(), 1);
+    statuses[1] = KCSWriteINIPathFileValue("s", "k", ZEBCS_INI_ASTRING, "w", 2, path.c_str(), 1);
+    statuses[2] = KCSReadINIPathFileValue("s", "k", ZEBCS_INI_ASTRING, value, &size, nullptr, 0, path.c_str(), 1);
+  }));
+  EXPECT_EQ(std::vector<s32>(statuses, statuses + 3), (std::vector<s32>{0, 0, 0}));
+  EXPECT_STREQ(value, "w");
+}

@@ -25,7 +25,6 @@ void Check(bool isRight, const char *what) {
 
 extern "C" {
 
-__attribute__((visibility("default"))) char *strrev(char *s);
 char *strrev(char * /*s*/) { CaughtInnerCall("strrev"); }
 
 booln FileLock(booln /*bBlock*/) { CaughtInnerCall("FileLock"); }
@@ -47,6 +46,21 @@ s32 UCS2StrToUTF8Str(astring * /*pDest*/, u32 * /*pDestSize*/, const ustring * /
 }
 astring *SSAStrCatAStr(KCSSSAStr * /*pSSA*/, const astring * /*pStr*/) { CaughtInnerCall("SSAStrCatAStr"); }
 void SUPTFreeMem(void * /*pMem*/) { CaughtInnerCall("SUPTFreeMem"); }
+s32 CreateDir(const astring * /*pPath*/) { CaughtInnerCall("CreateDir"); }
+s32 ReplaceFile(const astring * /*pPathFileNameToDelete*/, const astring * /*pPathFileNameReplaceWith*/) {
+  CaughtInnerCall("ReplaceFile");
+}
+s32 ReadINIPathFileValue(const astring * /*pSection*/, const astring * /*pKey*/, u32 /*vType*/, void * /*pValue*/,
+                         u32 * /*pvSize*/, const void * /*pDefault*/, u32 /*dSize*/, const astring * /*pPathFileName*/,
+                         booln /*canBlock*/) {
+  CaughtInnerCall("ReadINIPathFileValue");
+}
+s32 KCXBufCatNodeT(KCSSSAStr * /*pXMLBuf*/, const astring * /*pTagName*/, const astring * /*pAttrStr*/, u32 /*valType*/,
+                   const void * /*pVal*/, u32 /*valSubType*/) {
+  CaughtInnerCall("KCXBufCatNodeT");
+}
+void ltostr(astring * /*pDest*/, s32 /*value*/, s32 /*radix*/) { CaughtInnerCall("ltostr"); }
+d64 ASCIIToDouble(const astring * /*pStr*/) { CaughtInnerCall("ASCIIToDouble"); }
 
 }  // extern "C"
 
@@ -66,6 +80,29 @@ int main() {
   KCSSSAStrCatUStr(&string, text);
   Check(string.pStr != nullptr && std::strcmp(string.pStr, "xab") == 0, "KCSSSAStrCatUStr");
   KCSSSAStrFree(&string);
+
+  const ustring digits[] = {'1', '7', 0};
+  Check(KCSUniToDouble(digits) == 17, "KCSUniToDouble");
+  ustring wide[3] = {};
+  u32 wideSize = sizeof wide;
+  Check(KCSUniSigned32ToStr(wide, &wideSize, 17, 10) == 0 && KCSUniStrcmp(wide, digits) == 0, "KCSUniSigned32ToStr");
+
+  KCSSSAStr *const xml = KCSXAllocBuf(1, 0);
+  Check(xml != nullptr && KCSXBufCatNode(xml, "n", nullptr, KCX_ASTRING, "v") == 0, "KCSXBufCatNode");
+  Check(std::strcmp(xml->pStr, "<n>v</n>") == 0, "the node");
+  KCSXFreeBuf(xml, 0);
+
+  const char *const values[] = {"one", "two"};
+  for (const char *value : values) {
+    const u32 valueSize = static_cast<u32>(std::strlen(value) + 1);
+    Check(KCSWriteINIFileValue("s", "k", ZEBCS_INI_ASTRING, value, valueSize, "host.ini", 1) == 0,
+          "KCSWriteINIFileValue");
+    astring read[8] = {};
+    u32 readSize = sizeof read;
+    Check(KCSReadINIFileValue("s", "k", ZEBCS_INI_ASTRING, read, &readSize, nullptr, 0, "host.ini", 1) == 0 &&
+              std::strcmp(read, value) == 0,
+          "KCSReadINIFileValue");
+  }
 
   Check(KCSCheckIPEqual("::1", "0::1") == 1, "KCSCheckIPEqual");
   void *const lock = KCSAllocContextLock();

@@ -18,6 +18,7 @@ namespace fs = std::filesystem;
 const std::map<std::string, int> kFloors = {
     {"zebcs/types.h", 0},
     {"zebcs/ipc.h", 0},
+    {"zebcs/number.h", 0},
     {"zebcs/unistr.h", 0},
     {"owners.h", 0},
     {"blocks.h", 0},
@@ -25,20 +26,35 @@ const std::map<std::string, int> kFloors = {
     {"cichar_encoding.h", 2},
     {"lxipc", 1},
     {"lxstring", 1},
+    {"lxconv", 1},
     {"zebcs/frame.h", 1},
     {"zebsupt_base", 2},
+    {"file_lock.h", 2},
+    {"export_context.h", 3},
+    {"zebcs/product.h", 2},
     {"qxauth_identity", 2},
     {"zebcs/encoding.h", 2},
+    {"zebcs/param.h", 2},
+    {"lxsupt", 3},
     {"cichar_string", 3},
     {"cichar_encoding", 3},
     {"cichar_transcode", 3},
     {"cichar_xml", 3},
+    {"cichar_number", 3},
+    {"cichar_param", 3},
+    {"zebcs/xmlbuf.h", 3},
+    {"zebcs/ini.h", 3},
     {"zebcs/net.h", 3},
     {"ipsupt", 4},
+    {"csxmlsup", 4},
+    {"pstore", 4},
+    {"zebcs/dasupport.h", 4},
+    {"dasupt", 5},
     {"suptintf", 5},
     {"zebcs/rolemap.hpp", 7},
     {"rolemap", 8},
     {"zebsupt", 10},
+    {"dacsexp", 10},
     {"zebcsexp", 10},
     {"zebcs/zebcs.h", 9},
 };
@@ -101,10 +117,10 @@ TEST(House, LibcryptoAndLibpamHaveOneUnitEach) {
 }
 
 TEST(House, NobodyInsideCallsTheForwarders) {
-  const std::regex call("\\bKC[SX][A-Z]\\w*\\(");
-  const std::regex definition("\\n[^\\n ][^\\n]*\\bKC[SX][A-Z]\\w*\\(");
+  const std::regex call("\\bKCS[A-Z]\\w*\\(");
+  const std::regex definition("\\n[^\\n ][^\\n]*\\bKCS[A-Z]\\w*\\(");
   for (const fs::path &source : Sources()) {
-    if (source.stem() == "zebcsexp") continue;
+    if (source.stem() == "zebcsexp" || source.stem() == "dacsexp") continue;
     const std::string text = Read(source);
     const auto count = [&text](const std::regex &what) {
       return std::distance(std::sregex_iterator(text.begin(), text.end(), what), std::sregex_iterator());

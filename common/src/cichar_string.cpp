@@ -1,4 +1,6 @@
 // 16-bit strings under their outside names, the narrow comparison, and self-sizing strings.
+#include "cichar_string.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -38,43 +40,11 @@ s32 AStrnicmp(const astring *pStr1, const astring *pStr2, u32 count) {
 // Self-sizing strings. The two forms are one piece of code over the record type and its unit.
 namespace {
 
-constexpr u32 kDoublingLimit = 0xFFFFF;  // buffers up to this size double, larger ones grow by a quarter
-
-// The size in bytes of the buffer that takes the place of one of `size` bytes, for text that needs `needed` of them.
-u32 GrownSize(u32 size, u32 needed) {
-  // Kept: the product wraps at 32 bits, so that a buffer above 34 MB may grow by less; the need is always met.
-  const u32 grown = size <= kDoublingLimit ? 2 * size : size * 125u / 100u;
-  return std::max(grown, needed);
-}
-
-// Moves the text to a larger buffer, appending `length` units of `text` on the way: `text` may be in the old buffer.
-template <class String, class Unit>
-bool Regrow(String &string, u32 newSize, const Unit *text, size_t length) {
-  MallocPtr<Unit> grown = MallocArray<Unit>(newSize / sizeof(Unit));
-  if (!grown) return false;
-  std::memcpy(grown.get(), string.pStr, string.strCurLen * sizeof(Unit));
-  std::memcpy(grown.get() + string.strCurLen, text, length * sizeof(Unit));
-  // The narrow form's new buffer ends in a zero, whatever the text's length.
-  if constexpr (sizeof(Unit) == 1) grown.get()[newSize - 1] = 0;
-  std::free(string.pStr);
-  string.pStr = grown.release();
-  string.strBufSize = newSize;
-  return true;
-}
-
 template <class String, class Unit>
 Unit *Append(String *pString, const Unit *text, size_t length) {
   if (pString == nullptr) return nullptr;
-  if (text == nullptr || pString->pStr == nullptr) return pString->pStr;
-  const u64 needed = (u64{pString->strCurLen} + length + 1) * sizeof(Unit);
-  if (needed > UINT32_MAX) return pString->pStr;  // beyond what the record can count: as when memory runs out
-  if (needed <= pString->strBufSize) {
-    std::memcpy(pString->pStr + pString->strCurLen, text, length * sizeof(Unit));
-  } else if (!Regrow(*pString, GrownSize(pString->strBufSize, static_cast<u32>(needed)), text, length)) {
-    return pString->pStr;
-  }
-  pString->strCurLen += static_cast<u32>(length);
-  pString->pStr[pString->strCurLen] = 0;
+  if (text == nullptr) return pString->pStr;
+  AppendWith(*pString, length, [=](Unit *dest) { std::memcpy(dest, text, length * sizeof(Unit)); });
   return pString->pStr;
 }
 

@@ -1,4 +1,6 @@
 // Escaping for XML.
+#include "cichar_xml.h"
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -165,4 +167,30 @@ s32 UTF8StrToXMLUTF8Str(astring *pDest, u32 *pDestSize, booln *pWasConverted, co
       RunSized(pDest, pDestSize, [pSrc, &wasConverted](auto output) { return EscapeXML(pSrc, output, wasConverted); });
   if (pWasConverted != nullptr) *pWasConverted = wasConverted;
   return status;
+}
+
+MallocPtr<astring> EscapedXML(const astring *pStr, u32 passes) {
+  if (pStr == nullptr) return nullptr;
+  MallocPtr<astring> text;
+  for (u32 pass = 0;; ++pass) {
+    const astring *const source = pass == 0 ? pStr : text.get();
+    u32 size = 0;
+    if (UTF8StrToXMLUTF8Str(nullptr, &size, nullptr, source) != SM_STATUS_SUCCESS) return nullptr;
+    MallocPtr<astring> escaped = MallocArray<astring>(size);
+    booln wasConverted = 0;
+    if (!escaped || UTF8StrToXMLUTF8Str(escaped.get(), &size, &wasConverted, source) != SM_STATUS_SUCCESS) {
+      return nullptr;
+    }
+    text = std::move(escaped);
+    if (wasConverted == 0 || pass + 1 >= passes) return text;
+  }
+}
+
+MallocPtr<astring> EscapedXML(const ustring *pStr, u32 passes) {
+  if (pStr == nullptr) return nullptr;
+  u32 size = 0;
+  if (UCS2StrToUTF8Str(nullptr, &size, pStr) != SM_STATUS_SUCCESS) return nullptr;
+  const MallocPtr<astring> narrow = MallocArray<astring>(size);
+  if (!narrow || UCS2StrToUTF8Str(narrow.get(), &size, pStr) != SM_STATUS_SUCCESS) return nullptr;
+  return EscapedXML(narrow.get(), passes);
 }

@@ -2,15 +2,41 @@
 #ifndef ZEBCS_SRC_OWNERS_H
 #define ZEBCS_SRC_OWNERS_H
 
+#include <unistd.h>
+
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 struct FileCloser {
   void operator()(std::FILE *file) const { (void)std::fclose(file); }  // writers close by hand and look
 };
 using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
+
+// A file descriptor; -1 for none.
+class FdGuard {
+ public:
+  [[nodiscard]] explicit FdGuard(int fd = -1) : m_fd(fd) {}
+  FdGuard(FdGuard &&other) noexcept : m_fd(other.release()) {}
+  FdGuard &operator=(FdGuard &&other) noexcept {
+    reset(other.release());
+    return *this;
+  }
+  ~FdGuard() { reset(); }
+
+  explicit operator bool() const { return m_fd != -1; }
+  int get() const { return m_fd; }
+  int release() { return std::exchange(m_fd, -1); }
+  void reset(int fd = -1) {
+    if (m_fd != -1) (void)close(m_fd);  // writers close by hand and look
+    m_fd = fd;
+  }
+
+ private:
+  int m_fd;
+};
 
 struct MallocDeleter {
   void operator()(void *block) const { std::free(block); }

@@ -2,6 +2,8 @@
 // the public headers. Functions with a mind of their own live in their modules.
 #include "zebcs/zebcs.h"
 
+#include "export_context.h"
+
 extern "C" {
 
 // Frame
@@ -82,6 +84,165 @@ astring *KCSGetXMLUTF8StrFromAStr(const astring *pStr, u32 passes) {
 astring *KCSGetXMLUTF8StrFromUStr(const ustring *pStr, u32 passes) {
   return SUPTIntfGetXMLUTF8StrFromUStr(pStr, passes);
 }
+
+// Numbers, booleans, times and validators
+
+s32 KCSASCIIToSigned32(const astring *pStr) { return ASCIIToSigned32(pStr); }
+u32 KCSASCIIToUnSigned32(const astring *pStr) { return ASCIIToUnSigned32(pStr); }
+s64 KCSASCIIToSigned64(const astring *pStr) { return ASCIIToSigned64(pStr); }
+u64 KCSASCIIToUnSigned64(const astring *pStr) { return ASCIIToUnSigned64(pStr); }
+d64 KCSASCIIToDouble(const astring *pStr) { return ASCIIToDouble(pStr); }
+booln KCSASCIIToBooln(const astring *pStr) { return ASCIIToBooln(pStr); }
+void KCSSigned32ToASCII(astring *pDest, s32 value) { Signed32ToASCII(pDest, value); }
+void KCSUnSigned32ToASCII(astring *pDest, u32 value) { UnSigned32ToASCII(pDest, value); }
+void KCSSigned64ToASCII(astring *pDest, s64 value) { Signed64ToASCII(pDest, value); }
+void KCSUnSigned64ToASCII(astring *pDest, u64 value) { UnSigned64ToASCII(pDest, value); }
+void KCSBoolnToASCII(astring *pDest, booln value) { BoolnToASCII(pDest, value); }
+void KCSDoubleToASCII(astring *pDest, d64 value) { DoubleToASCII(pDest, value); }
+void KCSDSTFix(time_t *pTimer) { DSTFix(pTimer); }
+s32 KCSTimeToAStr(astring *pDest, const time_t *pTimer) { return TimeToAStr(pDest, pTimer); }
+s32 KCSUniToSigned32(const ustring *pStr) { return UniToSigned32(pStr); }
+u32 KCSUniToUnSigned32(const ustring *pStr) { return UniToUnSigned32(pStr); }
+s64 KCSUniToSigned64(const ustring *pStr) { return UniToSigned64(pStr); }
+u64 KCSUniToUnSigned64(const ustring *pStr) { return UniToUnSigned64(pStr); }
+d64 KCSUniToDouble(const ustring *pStr) { return UniToDouble(pStr); }
+s32 KCSUniSigned32ToStr(ustring *pDest, u32 *pDestSize, s32 value, s32 radix) {
+  return UniSigned32ToStr(pDest, pDestSize, value, radix);
+}
+s32 KCSUniUnSigned32ToStr(ustring *pDest, u32 *pDestSize, u32 value, s32 radix) {
+  return UniUnSigned32ToStr(pDest, pDestSize, value, radix);
+}
+s32 KCSUniDoubleToStr(ustring *pDest, u32 *pDestSize, d64 value, s32 precision) {
+  return UniDoubleToStr(pDest, pDestSize, value, precision);
+}
+s32 KCSUniTimeToStr(ustring *pDest, u32 *pDestSize, const time_t *pTimer) {
+  return UniTimeToStr(pDest, pDestSize, pTimer);
+}
+s32 KCSIsASCIIIntNum(const astring *pStr, booln checkSignP) { return IsASCIIIntNum(pStr, checkSignP); }
+s32 KCSIsASCIIHexNum(const astring *pStr, booln inLowCapsP) { return IsASCIIHexNum(pStr, inLowCapsP); }
+s32 KCSIsASCIIOctalNum(const astring *pStr) { return IsASCIIOctalNum(pStr); }
+s32 KCSIsASCIIAlpha(const astring *pStr) { return IsASCIIAlpha(pStr); }
+s32 KCSIsASCIIAlphaNumeric(const astring *pStr) { return IsASCIIAlphaNumeric(pStr); }
+s32 KCSIsASCIIAlphaNumericPlus(const astring *pStr, const astring *pXtraValidChars) {
+  return IsASCIIAlphaNumericPlus(pStr, pXtraValidChars);
+}
+s32 KCSASCIIToSigned32VT(const astring *pStr, s32 radix, s32 *pStatus) {
+  return ASCIIToSigned32VT(pStr, radix, pStatus);
+}
+u32 KCSASCIIToUnSigned32VT(const astring *pStr, s32 radix, s32 *pStatus) {
+  return ASCIIToUnSigned32VT(pStr, radix, pStatus);
+}
+s64 KCSASCIIToSigned64VT(const astring *pStr, s32 radix, s32 *pStatus) {
+  return ASCIIToSigned64VT(pStr, radix, pStatus);
+}
+u64 KCSASCIIToUnSigned64VT(const astring *pStr, s32 radix, s32 *pStatus) {
+  return ASCIIToUnSigned64VT(pStr, radix, pStatus);
+}
+booln KCSASCIIToBoolnV(const astring *pStr, s32 *pStatus) { return ASCIIToBoolnV(pStr, pStatus); }
+s32 KCSASCIIReplaceSubstr(const astring *pSrc, const astring *pFind, const astring *pReplace, u32 *pDestSize,
+                          astring *pDest) {
+  return ASCIIReplaceSubstr(pSrc, pFind, pReplace, pDestSize, pDest);
+}
+s32 KCSValidateHostName(const astring *pStr) { return ValidateHostName(pStr); }
+
+// Parameter lists
+
+astring *KCSGetAStrParamName(astring *pEntry) { return GetAStrParamName(pEntry); }
+ustring *KCSGetUStrParamName(ustring *pEntry) { return GetUStrParamName(pEntry); }
+astring *KCSGetAStrParamValue(const astring *pEntry) { return GetAStrParamValue(pEntry); }
+ustring *KCSGetUStrParamValue(const ustring *pEntry) { return GetUStrParamValue(pEntry); }
+s32 KCSGetParamIndexByAStrName(s32 numNVPair, astring *const *ppNVPair, const astring *pName, booln ignoreCase) {
+  return GetParamIndexByAStrName(numNVPair, ppNVPair, pName, ignoreCase);
+}
+s32 KCSGetParamIndexByUStrName(s32 numNVPair, ustring *const *ppNVPair, const ustring *pName, booln ignoreCase) {
+  return GetParamIndexByUStrName(numNVPair, ppNVPair, pName, ignoreCase);
+}
+astring *KCSGetAStrParamValueByAStrName(s32 numNVPair, astring *const *ppNVPair, const astring *pName,
+                                        booln ignoreCase) {
+  return GetAStrParamValueByAStrName(numNVPair, ppNVPair, pName, ignoreCase);
+}
+ustring *KCSGetUStrParamValueByUStrName(s32 numNVPair, ustring *const *ppNVPair, const ustring *pName,
+                                        booln ignoreCase) {
+  return GetUStrParamValueByUStrName(numNVPair, ppNVPair, pName, ignoreCase);
+}
+booln KCSIsValidParam(const astring *pEntry) { return IsValidParam(pEntry); }
+booln KCSIsValidUParam(const ustring *pEntry) { return IsValidUParam(pEntry); }
+void KCSRemoveDQuotesInStrArr(s32 argc, astring **argv) { RemoveDQuotesInStrArr(argc, argv); }
+void KCSAppendDNode(const astring *pDAXML, const astring *pNewNode, astring **ppFinalDAXML) {
+  AppendNode(pDAXML, pNewNode, ppFinalDAXML);
+}
+
+// XML buffer
+
+KCSSSAStr *KCSXAllocBuf(u32 initSize, booln appendHeader) { return KCXAllocBuf(initSize, appendHeader); }
+astring *KCSXFreeBuf(KCSSSAStr *pXMLBuf, booln getContentStr) { return KCXFreeBuf(pXMLBuf, getContentStr); }
+void KCSXFreeBufContent(astring *pContent) { KCXFreeBufContent(pContent); }
+s32 KCSXBufCatEmptyNode(KCSSSAStr *pXMLBuf, const astring *pTagName, const astring *pAttrStr) {
+  return KCXBufCatEmptyNode(pXMLBuf, pTagName, pAttrStr);
+}
+s32 KCSXBufCatBeginNode(KCSSSAStr *pXMLBuf, const astring *pTagName, const astring *pAttrStr) {
+  return KCXBufCatBeginNode(pXMLBuf, pTagName, pAttrStr);
+}
+s32 KCSXBufCatEndNode(KCSSSAStr *pXMLBuf, const astring *pTagName) { return KCXBufCatEndNode(pXMLBuf, pTagName); }
+s32 KCSXBufCatNode(KCSSSAStr *pXMLBuf, const astring *pTagName, const astring *pAttrStr, u32 valType,
+                   const void *pVal) {
+  return KCXBufCatNode(pXMLBuf, pTagName, pAttrStr, valType, pVal);
+}
+
+// INI store and files
+
+s32 KCSReadINIPathFileValue(const astring *pSection, const astring *pKey, u32 vType, void *pValue, u32 *pvSize,
+                            const void *pDefault, u32 dSize, const astring *pPathFileName, booln canBlock) {
+  const ExportContext context;
+  return ReadINIPathFileValue(pSection, pKey, vType, pValue, pvSize, pDefault, dSize, pPathFileName, canBlock);
+}
+s32 KCSWriteINIPathFileValue(const astring *pSection, const astring *pKey, u32 vType, const void *pValue, u32 vSize,
+                             const astring *pPathFileName, booln canBlock) {
+  const ExportContext context;
+  return WriteINIPathFileValue(pSection, pKey, vType, pValue, vSize, pPathFileName, canBlock);
+}
+s32 KCSReadINIFileValue(const astring *pSection, const astring *pKey, u32 vType, void *pValue, u32 *pvSize,
+                        const void *pDefault, u32 dSize, const astring *pFileName, booln canBlock) {
+  const ExportContext context;
+  return SUPTIntfReadINIFileValue(pSection, pKey, vType, pValue, pvSize, pDefault, dSize, pFileName, canBlock);
+}
+s32 KCSWriteINIFileValue(const astring *pSection, const astring *pKey, u32 vType, const void *pValue, u32 vSize,
+                         const astring *pFileName, booln canBlock) {
+  const ExportContext context;
+  return SUPTIntfWriteINIFileValue(pSection, pKey, vType, pValue, vSize, pFileName, canBlock);
+}
+s32 KCSMkDir(const astring *pPath) { return CreateDir(pPath); }
+s32 KCSRmDir(const astring *pPath) { return DelDir(pPath); }
+s32 KCSGetTmpFile(const astring *pPath, astring *pFileName, u32 *pSize) { return GetTmpFile(pPath, pFileName, pSize); }
+s32 KCSGetSizeOfFile(const astring *pPathFileName, u32 *pSize) { return GetSizeOfFile(pPathFileName, pSize); }
+s32 KCSDeleteFile(const astring *pPathFileName) { return DelFile(pPathFileName); }
+
+// Product
+
+astring *KCSGetZEBInstallPath(void) { return SUPTIntfGetZEBInstallPath(); }
+astring *KCSGetRootInstallPath(void) { return SUPTIntfGetProductInstallPath(); }
+astring *KCSGetProductIniPath(void) {
+  const ExportContext context;
+  return SUPTIntfGetProductIniPath();
+}
+astring *KCSGetProductVarPath(void) {
+  const ExportContext context;
+  return SUPTIntfGetProductVarPath();
+}
+astring *KCSGetZEBXSLRootPath(void) { return SUPTIntfGetZEBXSLRootPath(); }
+astring *KCSGetZEBWWWRootPath(void) { return SUPTIntfGetZEBWWWRootPath(); }
+astring *KCSGetZEBUploadPath(void) { return SUPTIntfGetZEBUploadPath(); }
+astring *KCSGetZEBDownloadPath(void) { return SUPTIntfGetZEBDownloadPath(); }
+astring *KCSGetZEBWEBDocsPath(void) { return SUPTIntfGetZEBWEBDocsPath(); }
+astring *KCSGetZEBCLIDocsPath(void) { return SUPTIntfGetZEBCLIDocsPath(); }
+astring *KCSGetIWSTempDirPath(void) { return SUPTIntfGetIWSTempDirPath(); }
+astring *KCSGetOEMINIPathFile(const astring *pOEMDataDir, const astring *pINIFileName, const astring *brandingValue) {
+  return SUPTIntfGetOEMINIPathFile(pOEMDataDir, pINIFileName, brandingValue);
+}
+astring *KCSGetLocaleNameAStr(u32 languageId) { return SUPTIntfGetLocaleNameAStr(languageId); }
+astring *KCSGetOSLocaleName(void) { return SUPTIntfGetOSLocaleName(); }
+astring *KCSGetOSLanguage(void) { return SUPTIntfGetOSLanguage(); }
+astring *KCSGetOSCountry(void) { return SUPTIntfGetOSCountry(); }
 
 // Network and digests
 

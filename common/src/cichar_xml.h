@@ -1,0 +1,13 @@
+// Escaping for XML into new memory, for the units that hand such text out.
+#ifndef ZEBCS_SRC_CICHAR_XML_H
+#define ZEBCS_SRC_CICHAR_XML_H
+
+#include "owners.h"
+#include "zebcs/types.h"
+
+// Escape a text `passes` times, 0 counting as 1, or until a pass finds nothing more to escape. Null when the text is
+// NULL or not valid, and when memory ran out.
+MallocPtr<astring> EscapedXML(const astring *pStr, u32 passes);
+MallocPtr<astring> EscapedXML(const ustring *pStr, u32 passes);
+
+#endif
