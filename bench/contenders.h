@@ -19,6 +19,9 @@ void AddContender(const std::string &name, size_t bytes, Run run) {
 // Each file adds its benchmarks, after comparing the answers of their contenders.
 void AddEncodingBenchmarks();
 void AddXMLBenchmarks();
+void AddXMLBufBenchmarks();
+void AddNumberBenchmarks();
+void AddINIBenchmarks();
 void AddDigestBenchmarks();
 void AddFrameBenchmarks();
 

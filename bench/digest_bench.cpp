@@ -18,8 +18,7 @@ namespace {
 
 constexpr char kPassword[] = "correct-hors";
 constexpr char kSalt[] = "00112233445566778899aabbccddeeff";
-constexpr unsigned char kPrepared[] =
-    "correct-hors\x00\x11\x22\x33\x44\x55\x66\x77\x88\x99\xaa\xbb\xcc\xdd\xee\xff";
+constexpr unsigned char kPrepared[] = "correct-hors\x00\x11\x22\x33\x44\x55\x66\x77\x88\x99\xaa\xbb\xcc\xdd\xee\xff";
 constexpr size_t kPreparedSize = sizeof kPrepared - 1;
 
 using Digest = std::array<u8, 32>;

@@ -21,14 +21,13 @@ struct Text {
   std::vector<ustring> utf16;  // with its terminator
 };
 
+// Each shows what it is for in its first 32 bytes already.
 const struct {
   const char *name;
   const char *sample;
 } kKinds[] = {
     {"ascii", "The quick brown fox jumps over the lazy dog; 1234567890. "},
-    {"latin",
-     "Portez ce vieux whisky au juge blond qui fume, d\u00e9\u00e7u par l'\u00e2me na\u00efve. Zw\u00f6lf gro\u00dfe "
-     "Boxk\u00e4mpfer. "},
+    {"latin", "Zwölf große Boxkämpfer jagen Viktor über den Deich; déçu par l'âme naïve, il a bu du café à Orléans. "},
     {"cyrillic", "Съешь же ещё этих мягких французских булок, да выпей чаю. Широкая электрификация южных губерний. "},
     {"japanese",
      "いろはにほへと ちりぬるを、わかよたれそ つねならむ。うゐのおくやま けふこえて、浅き夢見じ 酔ひもせず。"},
@@ -81,7 +80,7 @@ void AddToUTF16(const std::shared_ptr<const Text> &text) {
   const auto descriptor = std::shared_ptr<void>(iconv_open("UTF-16LE", "UTF-8"), IconvCloser());
   const auto byIconv = [text, buffer, descriptor] {
     RunIconv(descriptor.get(), text->utf8.c_str(), text->utf8.size() + 1, buffer->data(),
-                    buffer->size() * sizeof(ustring));
+             buffer->size() * sizeof(ustring));
   };
   const auto check = [&](const char *who) {
     Require(*buffer == text->utf16, std::string(who) + " differs on " + text->name);
@@ -137,7 +136,7 @@ void AddToUTF8(const std::shared_ptr<const Text> &text) {
   const auto descriptor = std::shared_ptr<void>(iconv_open("UTF-8", "UTF-16LE"), IconvCloser());
   const auto byIconv = [text, buffer, descriptor] {
     RunIconv(descriptor.get(), text->utf16.data(), text->utf16.size() * sizeof(ustring), buffer->data(),
-                    buffer->size());
+             buffer->size());
   };
   const auto check = [&](const char *who) {
     Require(*buffer == text->utf8 + '\0', std::string(who) + " differs on " + text->name);

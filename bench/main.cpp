@@ -2,7 +2,10 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -26,8 +29,8 @@ class GroupReporter : public benchmark::BenchmarkReporter {
         std::fprintf(stderr, "%s was not measured: %s\n", name.c_str(), run.error_message.c_str());
         continue;
       }
-      const size_t slash = name.rfind('/');
-      Contender &contender = Find(Find(m_groups, name.substr(0, slash)).contenders, name.substr(slash + 1));
+      Contender &contender = m_contenders[run.family_index];
+      contender.name = name;
       contender.time = std::min(contender.time, run.GetAdjustedCPUTime());
       const auto rate = run.counters.find("bytes_per_second");
       if (rate != run.counters.end()) contender.rate = std::max(contender.rate, rate->second.value);
@@ -35,46 +38,38 @@ class GroupReporter : public benchmark::BenchmarkReporter {
   }
 
   void Finalize() override {
-    std::printf("%-40s %14s %8s   peers, as multiples of our time\n", "group", "ns", "GB/s");
-    for (const Group &group : m_groups) {
-      std::printf("%-40s", group.name.c_str());
-      double ourTime = 0;  // a filter may have left us out
-      for (const Contender &contender : group.contenders) {
-        if (contender.name == "zebcs") {
-          ourTime = contender.time;
-          std::printf(" %14.1f %8.2f  ", contender.time, contender.rate / 1e9);
-        } else if (ourTime > 0) {
-          std::printf(" %s %.2f", contender.name.c_str(), contender.time / ourTime);
-        } else {
-          std::printf(" %s %.1f ns", contender.name.c_str(), contender.time);
-        }
+    std::printf("%-40s %14s %8s   peers, as multiples of our time", "group", "ns", "GB/s");
+    std::string lastGroup;
+    double ourTime = 0;
+    for (const auto &[index, contender] : m_contenders) {
+      const size_t slash = contender.name.rfind('/');
+      const std::string group = contender.name.substr(0, slash);
+      const std::string name = contender.name.substr(slash + 1);
+      if (group != lastGroup) {
+        std::printf("\n%-40s", group.c_str());
+        ourTime = 0;
       }
-      std::printf("\n");
+      lastGroup = group;
+      if (name == "zebcs") {
+        ourTime = contender.time;
+        std::printf(" %14.1f %8.2f  ", contender.time, contender.rate / 1e9);
+      } else if (ourTime > 0) {
+        std::printf(" %s %.2f", name.c_str(), contender.time / ourTime);
+      } else {  // a filter left us out
+        std::printf(" %s %.1f ns", name.c_str(), contender.time);
+      }
     }
+    std::printf("\n");
   }
 
  private:
   struct Contender {
-    std::string name;
-    double time = 1e99;
+    std::string name;  // with its group
+    double time = HUGE_VAL;
     double rate = 0;
   };
-  struct Group {
-    std::string name;
-    std::vector<Contender> contenders;
-  };
 
-  template <class Named>
-  static Named &Find(std::vector<Named> &list, const std::string &name) {
-    for (Named &named : list) {
-      if (named.name == name) return named;
-    }
-    Named &added = list.emplace_back();
-    added.name = name;
-    return added;
-  }
-
-  std::vector<Group> m_groups;
+  std::map<int64_t, Contender> m_contenders;  // in the order in which they were added, in which we come first
 };
 
 }  // namespace
@@ -84,6 +79,9 @@ int main(int argc, char **argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   AddEncodingBenchmarks();
   AddXMLBenchmarks();
+  AddXMLBufBenchmarks();
+  AddNumberBenchmarks();
+  AddINIBenchmarks();
   AddDigestBenchmarks();
   AddFrameBenchmarks();
   GroupReporter reporter;

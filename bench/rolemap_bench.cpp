@@ -32,14 +32,16 @@ double Milliseconds() {
   return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) / 1e6;
 }
 
-template <class... Values>
-std::string Format(const char *format, Values... values) {
+// A word and a number of so many digits.
+std::string Numbered(const char *word, int digits, int number) {
   char text[64];
-  std::snprintf(text, sizeof text, format, values...);
+  std::snprintf(text, sizeof text, "%s%0*d", word, digits, number);
   return text;
 }
 
-std::wstring Wide(const std::string &text) { return {text.begin(), text.end()}; }
+ZEBRole Query(const std::string &user, const std::string &host) {
+  return {{user.begin(), user.end()}, {host.begin(), host.end()}, 0};
+}
 
 // --- The generated lines --------------------------------------------------------------------------------------------
 
@@ -48,19 +50,19 @@ struct Line {
   std::string host;
 };
 
-std::string HostNumber(int i) { return Format("host%06d", i); }
-std::string UserNumber(int i) { return Format("user%07d", i); }
+std::string HostNumber(int i) { return Numbered("host", 6, i); }
+std::string UserNumber(int i) { return Numbered("user", 7, i); }
 
 bool IsGroup(int i) { return i % 20 == 0; }
 
 // A role map as an administrator has it: mostly users on one of some machines, with groups, patterns and addresses.
 Line MixedLine(int i) {
-  const std::string name = IsGroup(i) ? Format("+group%07d", i) : UserNumber(i);
+  const std::string name = IsGroup(i) ? Numbered("+group", 7, i) : UserNumber(i);
   switch (i % 10) {
-    case 7: return {name, Format("192.0.2.%d", i % 256)};
+    case 7: return {name, Numbered("192.0.2.", 1, i % 256)};
     case 8: return {name, "*.lab.example"};
     case 9: return {name, "*"};
-    default: return {name, Format("host%02d.example", i % 100)};
+    default: return {name, Numbered("host", 2, i % 100) + ".example"};
   }
 }
 
@@ -128,7 +130,7 @@ double TimeOurLoad(int lines) {
     if (IsGroup(i)) continue;  // nobody is a member
     const Line line = MixedLine(i);
     // The pattern matches a host that is part of it.
-    ZEBRole role{Wide(line.name), Wide(line.host == "*.lab.example" ? "lab.example" : line.host), 0};
+    ZEBRole role = Query(line.name, line.host == "*.lab.example" ? "lab.example" : line.host);
     ZEBRoleMapAlgorithm::GetInstance().GetUserPrivileges(role);
     Require(role.nPerm == RoleOf(i).privilege, "the role map was loaded wrongly");
   }
@@ -209,25 +211,13 @@ int main() {
 
   // None of these lookups makes a system call: each is decided before groups would be asked for.
   std::printf("%-34s %10s\n", "lookup, 100000 lines", "ns");
-  ReportLookups(
-      "user's own rule for a host", [](int i) { return Line{UserNumber(i), HostNumber(i % 100)}; },
-      [](int i) {
-        return ZEBRole{Wide(UserNumber(i)), Wide(HostNumber(i % 100)), 0};
-      });
-  ReportLookups(
-      "user's own rule for any host", [](int i) { return Line{UserNumber(i), "*"}; },
-      [](int i) {
-        return ZEBRole{Wide(UserNumber(i)), L"elsewhere", 0};
-      });
-  ReportLookups(
-      "one user with all the rules", [](int i) { return Line{"alice", HostNumber(i)}; },
-      [](int i) {
-        return ZEBRole{L"alice", Wide(HostNumber(i)), 0};
-      });
-  ReportLookups(
-      "rules for anyone", [](int i) { return Line{"*", HostNumber(i)}; },
-      [](int i) {
-        return ZEBRole{L"bob", Wide(HostNumber(i)), 0};
-      });
+  const auto ownHost = [](int i) { return Line{UserNumber(i), HostNumber(i % 100)}; };
+  const auto anyHost = [](int i) { return Line{UserNumber(i), "*"}; };
+  const auto oneUser = [](int i) { return Line{"alice", HostNumber(i)}; };
+  const auto anyone = [](int i) { return Line{"*", HostNumber(i)}; };
+  ReportLookups("user's own rule for a host", ownHost, [](int i) { return Query(UserNumber(i), HostNumber(i % 100)); });
+  ReportLookups("user's own rule for any host", anyHost, [](int i) { return Query(UserNumber(i), "elsewhere"); });
+  ReportLookups("one user with all the rules", oneUser, [](int i) { return Query("alice", HostNumber(i)); });
+  ReportLookups("rules for anyone", anyone, [](int i) { return Query("bob", HostNumber(i)); });
   return 0;
 }

@@ -25,4 +25,5 @@ build_packages=(g++ cmake ninja-build libssl-dev libcli11-dev nlohmann-json3-dev
 # To build and run all tests, with both compilers.
 test_packages=("${build_packages[@]}" binutils clang libclang-rt-14-dev libgtest-dev strace)
 # To run the benchmarks beside other libraries.
-bench_packages=("${build_packages[@]}" pkg-config libbenchmark-dev libicu-dev libglib2.0-dev libxml2-dev libpugixml-dev)
+bench_packages=("${build_packages[@]}" pkg-config libbenchmark-dev libfmt-dev libglib2.0-dev libicu-dev libinih-dev
+  libiniparser-dev libpugixml-dev libxml2-dev)
