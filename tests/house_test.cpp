@@ -24,6 +24,7 @@ const std::map<std::string, int> kFloors = {
     {"blocks.h", 0},
     {"size_protocol.h", 0},
     {"cichar_encoding.h", 2},
+    {"line_file", 1},
     {"lxipc", 1},
     {"lxstring", 1},
     {"lxconv", 1},

@@ -3,7 +3,6 @@
 #include <strings.h>
 #include <sys/random.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +18,7 @@
 
 #include "cichar_number.h"
 #include "file_lock.h"
+#include "line_file.h"
 #include "owners.h"
 #include "zebcs/ini.h"
 #include "zebcs/number.h"
@@ -32,7 +32,6 @@ namespace {
 using std::string_view;
 
 constexpr mode_t kFileMode = 01664;
-constexpr mode_t kNewFileMode = 0664;  // until the mode is set
 constexpr mode_t kDirectoryMode = 0755;
 constexpr size_t kLongestName = 255;
 constexpr u32 kLargestText = 8193;  // with the terminator
@@ -71,164 +70,6 @@ Line Classify(string_view text) {
   if (equals == string_view::npos) return {LineKind::kWord, text, {}};
   return {LineKind::kKey, text.substr(0, equals), text.substr(equals + 1)};
 }
-
-// Writes all parts, in as few calls as the system takes. Returns the number of bytes written, which is less than there
-// were exactly if writing failed.
-size_t WriteAll(int fd, iovec *parts, int count) {
-  size_t total = 0;
-  while (count > 0) {
-    const ssize_t written = writev(fd, parts, count);
-    if (written < 0) {
-      if (errno == EINTR) continue;
-      break;
-    }
-    total += static_cast<size_t>(written);
-    size_t left = static_cast<size_t>(written);
-    for (; count > 0 && left >= parts->iov_len; ++parts, --count) left -= parts->iov_len;
-    if (count > 0) {
-      parts->iov_base = static_cast<char *>(parts->iov_base) + left;
-      parts->iov_len -= left;
-    }
-  }
-  return total;
-}
-
-// Writes texts one after another; false where that failed. `written` receives the number of bytes that were.
-template <size_t kCount>
-bool WriteTexts(int fd, const std::array<string_view, kCount> &texts, size_t *written = nullptr) {
-  std::array<iovec, kCount> parts;
-  size_t size = 0;
-  for (size_t i = 0; i < kCount; ++i) {
-    parts[i] = {.iov_base = const_cast<char *>(texts[i].data()), .iov_len = texts[i].size()};
-    size += texts[i].size();
-  }
-  const size_t total = WriteAll(fd, parts.data(), static_cast<int>(kCount));
-  if (written != nullptr) *written = total;
-  return total == size;
-}
-
-// A file read line by line through a window that moves over it, and copied where there is a place to copy it to. What
-// has been passed in the window is copied, at the latest when the window moves on.
-class LineFile {
- public:
-  // A longer line is several lines: each piece is what a caller sees as one.
-  static constexpr size_t kLongestLine = 8449;
-
-  explicit LineFile(int in, int copyTo = -1) : m_in(in), m_copyTo(copyTo) {}
-
-  // The next line with its line feed, if it has one; empty at the end of the file or after a failure. It stays valid
-  // until the next call.
-  string_view Next() {
-    size_t searched = 0;
-    for (;;) {
-      const size_t length = std::min(m_end - m_position, kLongestLine);
-      const void *const feed = std::memchr(At(m_position + searched), '\n', length - searched);
-      if (feed != nullptr) return Pass(IndexOf(feed) + 1 - m_position);
-      if (length == kLongestLine) return Pass(length);
-      if (!Fill()) return m_readFailed || m_writeFailed ? string_view() : Pass(length);
-      searched = length;
-    }
-  }
-
-  // The next line whose first character after blanks is "[", from there on, passing over all others; empty as above.
-  // Only lines that have a "[" are looked at.
-  string_view NextHeader() {
-    for (;;) {
-      const void *const bracket = std::memchr(At(m_position), '[', m_end - m_position);
-      if (bracket == nullptr) {
-        m_position = LineStart(m_end);
-        if (Fill()) continue;
-        m_position = m_end;
-        return {};
-      }
-      m_position = LineStart(IndexOf(bracket));
-      const string_view line = Next();
-      if (line.starts_with('[')) return line;
-      const size_t first = line.find_first_not_of(" \t");
-      if (first != string_view::npos && line[first] == '[') return line.substr(first);
-    }
-  }
-
-  // Steps back to the start of the line that was returned last.
-  void StepBack() { m_position = m_lineStart; }
-
-  // Copies all that has been passed, without the last line if `edit` takes its place, then the edit and the rest.
-  bool CopyWithEdit(bool dropLastLine, const std::array<string_view, 4> &edit) {
-    const size_t passed = dropLastLine ? m_lineStart : m_position;
-    const string_view before(At(m_copied), passed - m_copied);
-    const string_view after(At(m_position), m_end - m_position);
-    if (!Wrote(WriteTexts(m_copyTo, std::array{before, edit[0], edit[1], edit[2], edit[3], after}))) return false;
-    m_copied = m_position = m_end;
-    while (Fill()) m_position = m_end;
-    return !m_readFailed && !m_writeFailed;
-  }
-
-  // Copies all that has been passed and not been copied yet.
-  bool CopyPassed() {
-    const string_view passed(At(m_copied), m_position - m_copied);
-    m_copied = m_position;
-    return m_copyTo == -1 || passed.empty() || Wrote(WriteTexts(m_copyTo, std::array{passed}));
-  }
-
-  bool ReadFailed() const { return m_readFailed; }
-  bool WriteFailed() const { return m_writeFailed; }
-
- private:
-  static constexpr size_t kFirstRead = 4096;  // a small file, or the first keys of a large one, cost no more
-  static constexpr size_t kWindow = 32768;
-  static_assert(kWindow > 2 * kLongestLine);
-
-  const char *At(size_t index) const { return m_window + index; }
-  size_t IndexOf(const void *p) const { return static_cast<size_t>(static_cast<const char *>(p) - m_window); }
-
-  // The start of the line that holds the byte at `index`, or would hold it. The position is the start of a line.
-  size_t LineStart(size_t index) const {
-    if (index > m_position && *At(index - 1) == '\n') return index;
-    const void *const feed = memrchr(At(m_position), '\n', index - m_position);
-    const size_t start = feed == nullptr ? m_position : IndexOf(feed) + 1;
-    return start + (index - start) / kLongestLine * kLongestLine;
-  }
-
-  string_view Pass(size_t length) {
-    m_lineStart = m_position;
-    m_position += length;
-    return {At(m_lineStart), length};
-  }
-
-  // Moves the window on, so that it begins at the position and holds more behind it. False at the end of the file and
-  // after a failure.
-  bool Fill() {
-    if (!CopyPassed()) return false;
-    m_end -= m_position;
-    std::memmove(m_window, At(m_position), m_end);
-    m_position = m_copied = 0;
-    const size_t room = m_isFirstRead ? kFirstRead : kWindow - m_end;
-    m_isFirstRead = false;
-    ssize_t count = 0;
-    do {
-      count = read(m_in, m_window + m_end, room);
-    } while (count < 0 && errno == EINTR);
-    if (count < 0) m_readFailed = true;
-    if (count > 0) m_end += static_cast<size_t>(count);
-    return count > 0;
-  }
-
-  bool Wrote(bool isGood) {
-    if (!isGood) m_writeFailed = true;
-    return isGood;
-  }
-
-  int m_in;
-  int m_copyTo;
-  bool m_isFirstRead = true;
-  bool m_readFailed = false;
-  bool m_writeFailed = false;
-  size_t m_lineStart = 0;  // of the line returned last
-  size_t m_position = 0;   // behind it: the start of the next
-  size_t m_end = 0;        // of what the window holds
-  size_t m_copied = 0;     // up to here
-  char m_window[kWindow];
-};
 
 // Passes the first header of that name.
 s32 FindSection(LineFile &file, string_view section) {
@@ -434,22 +275,17 @@ s32 ParseBinary(astring *pText, u8 *pValue, u32 *pvSize) {
 
 // --- Writing --------------------------------------------------------------------------------------------------------
 
-FdGuard Open(const char *path, int flags) { return FdGuard(open(path, flags | O_CLOEXEC, kNewFileMode)); }
-
-// Closes a file that was written to, which can bring the news that something of it got lost.
-bool CloseWritten(FdGuard &file) { return close(file.release()) == 0; }
-
 // Adds a section with one key at the end of a file, which is made if it does not exist. When that fails, the file ends
 // where it ended before.
 s32 AppendValue(const astring *pSection, const astring *pKey, const astring *pValue, const astring *pPathFileName) {
   if (pValue == nullptr) return SM_STATUS_BAD_SIZE;
   (void)chmod(pPathFileName, kFileMode);  // there may be no file yet, or it may be somebody else's
-  FdGuard file = Open(pPathFileName, O_WRONLY | O_APPEND | O_CREAT);
+  FdGuard file = OpenFile(pPathFileName, O_WRONLY | O_APPEND | O_CREAT);
   if (!file) return SM_STATUS_NOT_FOUND;
   (void)fchmod(file.get(), kFileMode);  // likewise
   const std::array<string_view, 7> texts{"[", pSection, "]\n", pKey, "=", pValue, "\n"};
-  size_t written = 0;
-  if (!WriteTexts(file.get(), texts, &written)) {
+  const size_t written = WriteTexts(file.get(), texts);
+  if (written != SizeOf(texts)) {
     const off_t end = lseek(file.get(), 0, SEEK_END);
     if (end != -1 && written > 0) (void)!ftruncate(file.get(), end - static_cast<off_t>(written));  // best effort
     return SM_STATUS_WRITE_FAILED;
@@ -499,7 +335,7 @@ s32 UpdateValue(FdGuard in, const astring *pSection, const astring *pKey, const 
                 const astring *pPathFileName, const astring *pTemporary) {
   if (!in) return SM_STATUS_NOT_FOUND;
   // A link there is nobody's temporary file: it is not followed.
-  FdGuard out = Open(pTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
+  FdGuard out = OpenFile(pTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
   if (!out) return SM_STATUS_NOT_FOUND;
   const s32 status = CopyUpdated(in.get(), out.get(), pSection, pKey, pValue);
   in.reset();
@@ -584,7 +420,7 @@ s32 ReadINIFileValue_astring(const astring *pSection, const astring *pKey, astri
   }
   const FileLockGuard lock(canBlock);
   if (!lock) return SM_STATUS_LOCK_TIMEOUT;
-  const FdGuard in = Open(pPathFileName, O_RDONLY);
+  const FdGuard in = OpenFile(pPathFileName, O_RDONLY);
   if (!in) return SM_STATUS_NOT_FOUND;
   LineFile file(in.get());
   if (pSection == nullptr) return GetAllSections(file, pValue, pvSize);
@@ -679,7 +515,7 @@ s32 WriteINIFileValue_astring(const astring *pSection, const astring *pKey, cons
   if (temporary.directory[0] != 0 && CreateDir(temporary.directory) != SM_STATUS_SUCCESS) return -1;
   const FileLockGuard lock(canBlock);
   if (!lock) return SM_STATUS_LOCK_TIMEOUT;
-  FdGuard in = Open(pPathFileName, O_RDONLY);
+  FdGuard in = OpenFile(pPathFileName, O_RDONLY);
   if (!in && errno == ENOENT) return AppendValue(pSection, pKey, pValue, pPathFileName);
   return UpdateValue(std::move(in), pSection, pKey, pValue, pPathFileName, temporary.path);
 }
