@@ -324,7 +324,7 @@ TEST(Allocation, NodeThatDoesNotFitIsLeftOut) {
                {KCX_ASTRING_ESCAPED, longText.c_str(), 0},
                {KCX_ASTRING_ESCAPED, longText.c_str(), 3},
                {KCX_USTRING_ESCAPED, longUnits.data(), 1}};
-  for (const auto &[valType, pVal, passes] : cases) {
+  for (const auto &c : cases) {
     int n = 1;
     for (bool failed = true; failed; ++n) {
       KCSSSAStr *const buffer = KCXAllocBuf(64, 0);
@@ -332,9 +332,9 @@ TEST(Allocation, NodeThatDoesNotFitIsLeftOut) {
       KCXBufCatBeginNode(buffer, "x", nullptr);
       s32 status = -1;
       blocks = 0;
-      failed = FailRequest(n, [&] { status = KCXBufCatNodeT(buffer, "n", nullptr, valType, pVal, passes); });
+      failed = FailRequest(n, [&] { status = KCXBufCatNodeT(buffer, "n", nullptr, c.valType, c.pVal, c.passes); });
       if (failed) {
-        EXPECT_STREQ(buffer->pStr, "<x>") << valType << ' ' << n;
+        EXPECT_STREQ(buffer->pStr, "<x>") << c.valType << ' ' << n;
         EXPECT_TRUE(status == SM_STATUS_NO_MEMORY || status == SM_STATUS_SUCCESS) << status;
         EXPECT_EQ(blocks, 0);
       } else {

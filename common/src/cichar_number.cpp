@@ -296,7 +296,8 @@ d64 ASCIIToDouble(const astring *pStr) {
     const size_t length = strnlen(p, kLongest);
     d64 value = 0;
     const auto [end, error] = std::from_chars(p, p + length, value);
-    if (error == std::errc() && end != p + kLongest) return isNegative ? -value : value;
+    const bool isCut = end == p + kLongest || (*end | 0x20) == 'e';  // the cut can be in an exponent
+    if (error == std::errc() && !isCut) return isNegative ? -value : value;
   }
   return std::strtod(pStr, nullptr);
 }

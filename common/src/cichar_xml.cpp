@@ -142,6 +142,21 @@ Conversion EscapeXML(const astring *pSrc, Output output, booln &wasConverted) {
   }
 }
 
+// Converts into new memory of the size that the conversion asks for.
+template <class Convert>
+MallocPtr<astring> NewText(s32 *pStatus, Convert convert) {
+  u32 size = 0;
+  s32 status = convert(nullptr, &size);
+  MallocPtr<astring> text;
+  if (status == SM_STATUS_SUCCESS) {
+    text = MallocArray<astring>(size);
+    status = text ? convert(text.get(), &size) : SM_STATUS_NO_MEMORY;
+  }
+  if (status != SM_STATUS_SUCCESS) text.reset();
+  if (pStatus != nullptr) *pStatus = status;
+  return text;
+}
+
 }  // namespace
 
 s32 UCS4CharToXMLUTF8Chars(astring *pDest, u32 *pDestSize, booln *pWasEscapeNeeded, u32 ucs4Char) {
@@ -169,28 +184,22 @@ s32 UTF8StrToXMLUTF8Str(astring *pDest, u32 *pDestSize, booln *pWasConverted, co
   return status;
 }
 
-MallocPtr<astring> EscapedXML(const astring *pStr, u32 passes) {
-  if (pStr == nullptr) return nullptr;
+MallocPtr<astring> EscapedXML(const astring *pStr, u32 passes, s32 *pStatus) {
   MallocPtr<astring> text;
-  for (u32 pass = 0;; ++pass) {
-    const astring *const source = pass == 0 ? pStr : text.get();
-    u32 size = 0;
-    if (UTF8StrToXMLUTF8Str(nullptr, &size, nullptr, source) != SM_STATUS_SUCCESS) return nullptr;
-    MallocPtr<astring> escaped = MallocArray<astring>(size);
+  const astring *source = pStr;
+  for (u32 pass = 1;; ++pass) {
     booln wasConverted = 0;
-    if (!escaped || UTF8StrToXMLUTF8Str(escaped.get(), &size, &wasConverted, source) != SM_STATUS_SUCCESS) {
-      return nullptr;
-    }
+    MallocPtr<astring> escaped = NewText(pStatus, [&wasConverted, source](astring *pDest, u32 *pDestSize) {
+      return UTF8StrToXMLUTF8Str(pDest, pDestSize, &wasConverted, source);
+    });
     text = std::move(escaped);
-    if (wasConverted == 0 || pass + 1 >= passes) return text;
+    if (!text || wasConverted == 0 || pass >= passes) return text;
+    source = text.get();
   }
 }
 
-MallocPtr<astring> EscapedXML(const ustring *pStr, u32 passes) {
-  if (pStr == nullptr) return nullptr;
-  u32 size = 0;
-  if (UCS2StrToUTF8Str(nullptr, &size, pStr) != SM_STATUS_SUCCESS) return nullptr;
-  const MallocPtr<astring> narrow = MallocArray<astring>(size);
-  if (!narrow || UCS2StrToUTF8Str(narrow.get(), &size, pStr) != SM_STATUS_SUCCESS) return nullptr;
-  return EscapedXML(narrow.get(), passes);
+MallocPtr<astring> EscapedXML(const ustring *pStr, u32 passes, s32 *pStatus) {
+  const MallocPtr<astring> narrow = NewText(
+      pStatus, [pStr](astring *pDest, u32 *pDestSize) { return UCS2StrToUTF8Str(pDest, pDestSize, pStr); });
+  return narrow ? EscapedXML(narrow.get(), passes, pStatus) : nullptr;
 }

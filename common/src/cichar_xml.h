@@ -6,8 +6,8 @@
 #include "zebcs/types.h"
 
 // Escape a text `passes` times, 0 counting as 1, or until a pass finds nothing more to escape. Null when the text is
-// NULL or not valid, and when memory ran out.
-MallocPtr<astring> EscapedXML(const astring *pStr, u32 passes);
-MallocPtr<astring> EscapedXML(const ustring *pStr, u32 passes);
+// NULL or not valid, and when memory ran out: the status tells them apart.
+MallocPtr<astring> EscapedXML(const astring *pStr, u32 passes, s32 *pStatus = nullptr);
+MallocPtr<astring> EscapedXML(const ustring *pStr, u32 passes, s32 *pStatus = nullptr);
 
 #endif

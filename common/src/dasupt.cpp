@@ -85,14 +85,10 @@ s32 MakeText(u32 valType, const void *pXVal, MallocPtr<astring> &text) {
   if (pXVal == nullptr) return SM_STATUS_INVALID_INPUT;
   const astring *const pText = static_cast<const astring *>(pXVal);
   const ustring *const pWideText = static_cast<const ustring *>(pXVal);
+  s32 status = SM_STATUS_NO_MEMORY;
   switch (valType) {
     case KCX_ASTRING: text = NewText(pText, std::strlen(pText)); break;
-    case KCX_USTRING: {
-      s32 status = SM_STATUS_SUCCESS;
-      text.reset(DASuptUstrToAstr(pWideText, &status));
-      if (!text && status != SM_STATUS_NO_MEMORY) return SM_STATUS_INVALID_INPUT;
-      break;
-    }
+    case KCX_USTRING: text.reset(DASuptUstrToAstr(pWideText, &status)); break;
     case KCX_BOOLN: text = Load<booln>(pXVal) == 1 ? NewText("true", 4) : NewText("false", 5); break;
     case KCX_U32: text = NewDecimal<u32>(pXVal); break;
     case KCX_U8: text = NewDecimal<u8>(pXVal); break;
@@ -110,11 +106,12 @@ s32 MakeText(u32 valType, const void *pXVal, MallocPtr<astring> &text) {
       text = NewText(calendarText, std::strlen(calendarText));
       break;
     }
-    case KCX_ASTRING_ESCAPED: text = EscapedXML(pText, 0); break;
-    case KCX_USTRING_ESCAPED: text = EscapedXML(pWideText, 0); break;
+    case KCX_ASTRING_ESCAPED: text = EscapedXML(pText, 0, &status); break;
+    case KCX_USTRING_ESCAPED: text = EscapedXML(pWideText, 0, &status); break;
     default: return SM_STATUS_INVALID_INPUT;
   }
-  return text ? SM_STATUS_SUCCESS : SM_STATUS_NO_MEMORY;
+  if (text) return SM_STATUS_SUCCESS;
+  return status == SM_STATUS_NO_MEMORY ? SM_STATUS_NO_MEMORY : SM_STATUS_INVALID_INPUT;
 }
 
 // Stores where the caller wants it, which may be nowhere.

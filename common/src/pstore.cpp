@@ -334,9 +334,10 @@ s32 CopyUpdated(int in, int out, const astring *pSection, const astring *pKey, c
 s32 UpdateValue(FdGuard in, const astring *pSection, const astring *pKey, const astring *pValue,
                 const astring *pPathFileName, const astring *pTemporary) {
   if (!in) return SM_STATUS_NOT_FOUND;
-  // A link there is nobody's temporary file: it is not followed.
-  FdGuard out = OpenFile(pTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
-  if (!out) return SM_STATUS_NOT_FOUND;
+  // A link or a pipe there is nobody's temporary file: it is neither followed nor waited for.
+  FdGuard out = OpenFile(pTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK);
+  struct stat info{};
+  if (!out || fstat(out.get(), &info) != 0 || !S_ISREG(info.st_mode)) return SM_STATUS_NOT_FOUND;
   const s32 status = CopyUpdated(in.get(), out.get(), pSection, pKey, pValue);
   in.reset();
   const bool isWritten = CloseWritten(out);
