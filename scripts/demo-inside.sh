@@ -7,7 +7,7 @@ if [ -z "${ZEBCS_SANDBOX:-}" ] || [ ! -w "${ZEBCS_SANDBOX_TMP:-/nonexistent}" ] 
   exit 1
 fi
 
-zebctl=$1
+zebctl=$(realpath "$1")
 rolemap=/opt/vorn/fleetops/etc/zebrolemap
 
 bold='' plain=''
@@ -100,5 +100,26 @@ chmod 0644 "$rolemap"
 run 1 rolemap check
 chmod 0640 "$rolemap"
 run 0 rolemap privilege bob laptop
+
+say "Settings are in INI files. What is written into one has a type, and is checked before."
+cd "$ZEBCS_SANDBOX_TMP"
+run 0 ini set site.ini console title Fleet-Operations
+run 0 ini set site.ini console timeout 900 --type u32
+run 2 ini set site.ini console timeout soon --type u32
+run 0 ini set site.ini wakeup address 0x00,0x16,0x3E,0xAB,0xCD,0xEF --type binary
+cat site.ini
+run 0 ini sections site.ini
+run 0 ini get site.ini console title
+run 0 ini get site.ini console timeout --type u32 --json
+
+say "A key that is not there is named by the library's status, and scripts can ask for a default."
+run 0 ini unset site.ini console timeout
+run 1 ini unset site.ini console timeout
+run 0 ini get site.ini console timeout --type u32 --default 600
+
+say "Where the product's things are. One of its settings is changed here, in the file that the product keeps it in."
+mkdir /opt/vorn/fleetops/var/lib/kelvestane/iws
+run 0 ini set --product oem.ini data adschemaprefix acme
+run 0 paths
 
 say "That was the demo. All of it happened in a sandbox that is gone now: this machine is as it was."

@@ -16,6 +16,8 @@ inline constexpr char kSharedExitStatuses[] =
     "             2  the command line cannot be understood\n"
     "             3  the output could not be written, or memory ran out";
 
+void AddIniCommands(CLI::App &app, int &exitStatus);
+void AddPathsCommand(CLI::App &app, int &exitStatus);
 void AddRolemapCommands(CLI::App &app, int &exitStatus);
 
 #endif

@@ -35,6 +35,8 @@ int Run(int argc, char **argv) {
                          "             1  the answer is \"no\", or what was asked about is faulty\n") +
              kSharedExitStatuses);
   app.require_subcommand(1);
+  AddIniCommands(app, exitStatus);
+  AddPathsCommand(app, exitStatus);
   AddRolemapCommands(app, exitStatus);
   try {
     app.parse(argc, argv);

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <climits>
+#include <clocale>
 #include <cstdio>
 #include <cwchar>
 #include <cwctype>
@@ -14,6 +16,7 @@ void UseLocaleOfEnvironment() {
   } catch (const std::runtime_error &) {
     // The environment names a locale that is not installed: go on as in "C".
   }
+  std::setlocale(LC_NUMERIC, "C");
 }
 
 std::wstring Widen(const std::string &argument, const char *what) {
@@ -73,6 +76,49 @@ std::string ForTerminal(std::wstring_view name) {
       std::snprintf(escape, sizeof escape, code > 0xFFFF ? "\\U%08x" : "\\u%04x", code);
       text += escape;
     }
+  }
+  return text;
+}
+
+std::string LineForTerminal(std::wstring_view text) {
+  std::string line;
+  for (size_t i = 0; i < text.size(); ++i) {
+    // At either end a space would go unnoticed.
+    const bool isInside = i > 0 && i + 1 < text.size();
+    line += text[i] == L' ' && isInside ? " " : ForTerminal(text.substr(i, 1));
+  }
+  return line;
+}
+
+namespace {
+
+// The length of the UTF-8 sequence that a text begins with, and its code point; 0 if it does not begin with one.
+size_t DecodeUTF8(std::string_view bytes, wchar_t &c) {
+  constexpr unsigned kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+  const auto lead = static_cast<unsigned char>(bytes.front());
+  const auto ones = static_cast<size_t>(std::countl_one(lead));
+  const size_t length = ones == 0 ? 1 : ones;
+  if (ones == 1 || length > 4 || length > bytes.size()) return 0;
+  unsigned code = lead & (0xFFU >> (ones + 1));
+  for (size_t i = 1; i < length; ++i) {
+    const unsigned next = static_cast<unsigned char>(bytes[i]);
+    if ((next & 0xC0U) != 0x80) return 0;
+    code = code << 6 | (next & 0x3FU);
+  }
+  if (code < kSmallest[length] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return 0;
+  c = static_cast<wchar_t>(code);
+  return length;
+}
+
+}  // namespace
+
+std::wstring FromUTF8(std::string_view bytes) {
+  std::wstring text;
+  while (!bytes.empty()) {
+    wchar_t c = 0;
+    const size_t length = DecodeUTF8(bytes, c);
+    text += length > 0 ? c : static_cast<wchar_t>(0xDC00 + static_cast<unsigned char>(bytes.front()));
+    bytes.remove_prefix(std::max<size_t>(length, 1));
   }
   return text;
 }
