@@ -199,7 +199,7 @@ MallocPtr<astring> EscapedXML(const astring *pStr, u32 passes, s32 *pStatus) {
 }
 
 MallocPtr<astring> EscapedXML(const ustring *pStr, u32 passes, s32 *pStatus) {
-  const MallocPtr<astring> narrow = NewText(
-      pStatus, [pStr](astring *pDest, u32 *pDestSize) { return UCS2StrToUTF8Str(pDest, pDestSize, pStr); });
+  const MallocPtr<astring> narrow =
+      NewText(pStatus, [pStr](astring *pDest, u32 *pDestSize) { return UCS2StrToUTF8Str(pDest, pDestSize, pStr); });
   return narrow ? EscapedXML(narrow.get(), passes, pStatus) : nullptr;
 }

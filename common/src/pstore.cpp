@@ -336,7 +336,7 @@ s32 UpdateValue(FdGuard in, const astring *pSection, const astring *pKey, const 
   if (!in) return SM_STATUS_NOT_FOUND;
   // A link or a pipe there is nobody's temporary file: it is neither followed nor waited for.
   FdGuard out = OpenFile(pTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK);
-  struct stat info{};
+  struct stat info = {};
   if (!out || fstat(out.get(), &info) != 0 || !S_ISREG(info.st_mode)) return SM_STATUS_NOT_FOUND;
   const s32 status = CopyUpdated(in.get(), out.get(), pSection, pKey, pValue);
   in.reset();
