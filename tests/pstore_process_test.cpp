@@ -1,4 +1,5 @@
 // The INI store between processes: shared files, a held lock, killed writers, a full disk, system calls.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -739,6 +740,7 @@ TEST(SystemCalls, UpdateOfASmallFile) {
                        "fcntl",
                        "openat a.ini",
                        "openat kcsini64.tmp",
+                       "newfstatat",
                        "read",
                        "writev",
                        "read",
@@ -763,9 +765,10 @@ TEST(SystemCalls, NewFileAndNewSection) {
   EXPECT_EQ(
       AbridgedCalls({"write", path, "s", "key", "1"}),
       (Calls{folder, "fcntl", "openat a.ini", "chmod a.ini", "openat a.ini", "fchmod", "writev", "close", "fcntl"}));
-  EXPECT_EQ(AbridgedCalls({"write", path, "t", "key", "2"}),
-            (Calls{folder, "fcntl", "openat a.ini", "openat kcsini64.tmp", "read", "writev", "read", "close", "close",
-                   "unlink kcsini64.tmp", "chmod a.ini", "openat a.ini", "fchmod", "writev", "close", "fcntl"}));
+  EXPECT_EQ(
+      AbridgedCalls({"write", path, "t", "key", "2"}),
+      (Calls{folder, "fcntl", "openat a.ini", "openat kcsini64.tmp", "newfstatat", "read", "writev", "read", "close",
+             "close", "unlink kcsini64.tmp", "chmod a.ini", "openat a.ini", "fchmod", "writev", "close", "fcntl"}));
   EXPECT_EQ(sandbox::ReadFile(path), "[s]\nkey=1\n[t]\nkey=2\n");
 }
 
@@ -878,10 +881,15 @@ TEST(FailingCall, GivesItsStatusAndLeavesAWholeFile) {
     int occurrence;
     s32 status;
   } failures[] = {
-      {"openat a.ini", 1, SM_STATUS_NOT_FOUND},     {"openat kcsini64.tmp", 1, SM_STATUS_NOT_FOUND},
-      {"read", 1, SM_STATUS_PARSE_ERROR},           {"read", 2, SM_STATUS_PARSE_ERROR},
-      {"writev", 1, SM_STATUS_WRITE_FAILED},        {"close", 2, SM_STATUS_WRITE_FAILED},
-      {"unlink a.ini", 1, SM_STATUS_DELETE_FAILED}, {"rename kcsini64.tmp", 1, SM_STATUS_RENAME_FAILED},
+      {"openat a.ini", 1, SM_STATUS_NOT_FOUND},
+      {"openat kcsini64.tmp", 1, SM_STATUS_NOT_FOUND},
+      {"newfstatat", 1, SM_STATUS_NOT_FOUND},
+      {"read", 1, SM_STATUS_PARSE_ERROR},
+      {"read", 2, SM_STATUS_PARSE_ERROR},
+      {"writev", 1, SM_STATUS_WRITE_FAILED},
+      {"close", 2, SM_STATUS_WRITE_FAILED},
+      {"unlink a.ini", 1, SM_STATUS_DELETE_FAILED},
+      {"rename kcsini64.tmp", 1, SM_STATUS_RENAME_FAILED},
   };
   TracedUpdate update;
   std::map<std::string, int> occurrences;
@@ -1200,4 +1208,20 @@ TEST(TemporaryFile, PipeThatNobodyReadsIsRefusedAtOnce) {
   ASSERT_TRUE(writer.Start([&path](Channel &) { return Write(path, "s", "key", "2"); }));
   EXPECT_EQ(writer.Wait(), SM_STATUS_NOT_FOUND);
   EXPECT_EQ(FileState(path), before);
+}
+
+TEST(TemporaryFile, PipeThatSomebodyReadsIsRefused) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path("a.ini");
+  ASSERT_TRUE(sandbox::WriteFile(path, "[s]\nkey=1\n"));
+  const std::string pipe = directory.Path(kTemporaryName);
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0666), 0);
+  const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_NE(reader, -1);
+  const FileState before(path);
+  EXPECT_EQ(Write(path, "s", "key", "2"), SM_STATUS_NOT_FOUND) << "else the pipe would take the file's place";
+  EXPECT_EQ(FileState(path), before);
+  char byte = 0;
+  EXPECT_EQ(read(reader, &byte, 1), 0) << "nothing was written";
+  close(reader);
 }
