@@ -348,6 +348,7 @@ TEST(Allocation, NodeThatDoesNotFitIsLeftOut) {
 }
 
 TEST(Allocation, ValueTextsAreNullWithTheReason) {
+  setenv("TZ", "UTC0", 1);  // else the C library allocates the name of its file anew each time
   const s32 number = 5;
   const d64 fraction = 1.5;
   const s64 time = 1000000;

@@ -1185,6 +1185,21 @@ TEST(TimeToAStr, Texts) {
   }
 }
 
+TEST(TimeToAStr, TheZoneIsThatOfTheMoment) {
+  const TimeZone zone("UTC0");
+  const time_t summer = 1720000000;
+  astring text[26];
+  EXPECT_EQ(TimeToAStr(text, &summer), 0);
+  EXPECT_STREQ(text, "Wed Jul  3 09:46:40 2024");
+  setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);  // and nobody tells the C library
+  EXPECT_EQ(TimeToAStr(text, &summer), 0);
+  EXPECT_STREQ(text, "Wed Jul  3 05:46:40 2024");
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+  time_t timer = summer;
+  DSTFix(&timer);
+  EXPECT_EQ(timer, summer + 3600);
+}
+
 TEST(TimeToAStr, TimesWithoutATextAreRefused) {
   const TimeZone zone("UTC0");
   for (const auto convert : {KCSTimeToAStr, TimeToAStr}) {
@@ -1495,6 +1510,16 @@ TEST(UniDoubleToStr, LongTextsAreCutTo127Characters) {
     ASSERT_LE(c.expected.size(), 127u);
     ExpectInEveryRoom(c.expected.substr(0, 127),
                       [&](ustring *dest, u32 *size) { return UniDoubleToStr(dest, size, c.value, c.precision); });
+  }
+}
+
+TEST(UniDoubleToStr, AnyPrecisionCostsNoMoreThanTheDigits) {
+  for (const s32 precision : {1074, 1075, 100000000, INT_MAX - 7, INT_MAX}) {
+    ustring text[128];
+    u32 size = sizeof text;
+    EXPECT_EQ(UniDoubleToStr(text, &size, 0.5, precision), 0);
+    EXPECT_EQ(size, sizeof text);
+    EXPECT_EQ(Widened("0.5" + Repeated("0", 124)), Units(text, text + 128)) << precision;
   }
 }
 

@@ -382,7 +382,8 @@ TEST(LetterCase, EveryByteInAMultibyteLocale) {
 TEST(LetterCase, MappingIsTheLocales) {
   const sandbox::TemporaryDirectory directory;
   ASSERT_TRUE(SetSingleByteLocale(directory.path()));
-  ASSERT_EQ(std::toupper(0xE9), 0xC9);
+  const volatile int letter = 0xE9;  // else the compiler answers with the former locale
+  ASSERT_EQ(std::toupper(letter), 0xC9);
   ExpectLocaleMapping();
   const GuardedText counted("z\xE9");
   EXPECT_EQ(strToUpperCase(counted.get()), 2u);

@@ -657,9 +657,10 @@ TEST(KilledWriter, AddsWholeSectionsOnly) {
 
 namespace {
 
-// A call's name with the file that it is about, as in "openat a.ini".
+// A call's name with the file that it is about, as in "openat a.ini". What tells about an open file has two names.
 std::string Abridged(const std::string &line) {
   std::string text = line.substr(0, line.find('('));
+  if (text == "newfstatat" && line.find(", \"\", ") != std::string::npos) text = "fstat";
   const size_t path = line.find("\"/");
   if (path != std::string::npos) {
     const size_t end = line.find('"', path + 1);
@@ -740,7 +741,7 @@ TEST(SystemCalls, UpdateOfASmallFile) {
                        "fcntl",
                        "openat a.ini",
                        "openat kcsini64.tmp",
-                       "newfstatat",
+                       "fstat",
                        "read",
                        "writev",
                        "read",
@@ -767,7 +768,7 @@ TEST(SystemCalls, NewFileAndNewSection) {
       (Calls{folder, "fcntl", "openat a.ini", "chmod a.ini", "openat a.ini", "fchmod", "writev", "close", "fcntl"}));
   EXPECT_EQ(
       AbridgedCalls({"write", path, "t", "key", "2"}),
-      (Calls{folder, "fcntl", "openat a.ini", "openat kcsini64.tmp", "newfstatat", "read", "writev", "read", "close",
+      (Calls{folder, "fcntl", "openat a.ini", "openat kcsini64.tmp", "fstat", "read", "writev", "read", "close",
              "close", "unlink kcsini64.tmp", "chmod a.ini", "openat a.ini", "fchmod", "writev", "close", "fcntl"}));
   EXPECT_EQ(sandbox::ReadFile(path), "[s]\nkey=1\n[t]\nkey=2\n");
 }
@@ -883,7 +884,7 @@ TEST(FailingCall, GivesItsStatusAndLeavesAWholeFile) {
   } failures[] = {
       {"openat a.ini", 1, SM_STATUS_NOT_FOUND},
       {"openat kcsini64.tmp", 1, SM_STATUS_NOT_FOUND},
-      {"newfstatat", 1, SM_STATUS_NOT_FOUND},
+      {"fstat", 1, SM_STATUS_NOT_FOUND},
       {"read", 1, SM_STATUS_PARSE_ERROR},
       {"read", 2, SM_STATUS_PARSE_ERROR},
       {"writev", 1, SM_STATUS_WRITE_FAILED},
@@ -1224,4 +1225,39 @@ TEST(TemporaryFile, PipeThatSomebodyReadsIsRefused) {
   char byte = 0;
   EXPECT_EQ(read(reader, &byte, 1), 0) << "nothing was written";
   close(reader);
+}
+
+TEST(TemporaryFile, IsNoIniFileItself) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path(kTemporaryName);
+  ASSERT_TRUE(sandbox::WriteFile(path, "[a]\nkey=1\n[s]\nkey=1\n"));
+  const FileState before(path);
+  EXPECT_EQ(Write(path, "s", "key", "2"), SM_STATUS_BAD_PARAMETER) << "it would be overwritten by its own copy";
+  ASSERT_EQ(chdir(directory.path().c_str()), 0);
+  EXPECT_EQ(Write(kTemporaryName, "s", "key", "2"), SM_STATUS_BAD_PARAMETER);
+  EXPECT_EQ(FileState(path), before);
+  EXPECT_EQ(Read(path, "s", "key"), "1");
+}
+
+TEST(PipeForAFile, IsNotWaitedFor) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path("a.ini");
+  ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
+  // A caller that waited here would hold the lock for ever.
+  Process caller(std::chrono::seconds(10));
+  ASSERT_TRUE(caller.Start([&path](Channel &) {
+    EXPECT_EQ(Read(path, "s", "key"), "status " + std::to_string(SM_STATUS_SECTION_NOT_FOUND)) << "as an empty file";
+    EXPECT_EQ(Write(path, "s", "key", "2"), SM_STATUS_NOT_FOUND);
+    return 0;
+  }));
+  EXPECT_EQ(caller.Wait(), 0);
+  EXPECT_EQ(ModeOf(path) & S_IFMT, static_cast<mode_t>(S_IFIFO));
+}
+
+TEST(AppendValue, FileBelowAFileDoesNotExist) {
+  const TemporaryDirectory directory;
+  ASSERT_TRUE(sandbox::WriteFile(directory.Path("plain"), "text"));
+  EXPECT_EQ(Remove(directory.Path("plain/b.ini"), "s", "key"), SM_STATUS_BAD_SIZE);
+  EXPECT_EQ(Write(directory.Path("plain/b.ini"), "s", "key", "1"), SM_STATUS_NOT_FOUND);
+  EXPECT_EQ(FilesIn(directory.path()), (Files{{"plain", "text"}}));
 }

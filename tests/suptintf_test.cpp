@@ -1,6 +1,7 @@
 // Paths, locale names and settings of the product; text escaped for XML as new memory.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -225,6 +226,39 @@ TEST(Paths, AreNewTextsEachTime) {
     SUPTFreeMem(second);
   }
   ExpectAllPaths();
+}
+
+TEST(Paths, CallerMayGoOnWritingInTheBlock) {
+  const struct {
+    Getter get;
+    size_t room;
+  } cases[] = {{KCSGetZEBUploadPath, 256},  {KCSGetZEBDownloadPath, 256}, {KCSGetZEBWEBDocsPath, 256},
+               {KCSGetZEBCLIDocsPath, 256}, {KCSGetZEBXSLRootPath, 256},  {KCSGetZEBWWWRootPath, 256},
+               {KCSGetOSLanguage, 256},     {KCSGetOSCountry, 256},       {KCSGetZEBInstallPath, 20},
+               {KCSGetProductIniPath, 35},  {KCSGetProductVarPath, 39},   {KCSGetOEMADSchemaPrefix, 256}};
+  for (const auto &c : cases) {
+    astring *const text = c.get();
+    ASSERT_NE(text, nullptr);
+    EXPECT_GE(malloc_usable_size(text), c.room) << text;
+    std::memset(text + std::strlen(text), 'x', c.room - std::strlen(text));
+    KCSFreeMem(text);
+  }
+  astring *const path = KCSGetOEMINIPathFile("folder", "file", "0");
+  ASSERT_NE(path, nullptr);
+  const size_t room = 67 + std::strlen("folder") + std::strlen("vorn") + std::strlen("file");
+  EXPECT_GE(malloc_usable_size(path), room);
+  std::memset(path, 'x', room);
+  KCSFreeMem(path);
+}
+
+TEST(GetIWSTempDirPath, CallerMayGoOnWritingInTheBlock) {
+  sandbox::RequireSandbox();
+  ASSERT_TRUE(sandbox::MakeDirectories("/opt/vorn/fleetops/var/lib/kelvestane/iws"));
+  astring *const path = KCSGetIWSTempDirPath();
+  ASSERT_NE(path, nullptr);
+  EXPECT_GE(malloc_usable_size(path), 256u);
+  std::memset(path, 'x', 256);
+  KCSFreeMem(path);
 }
 
 TEST(Paths, NothingInTheEnvironmentChangesThem) {

@@ -321,11 +321,13 @@ void DoubleToASCII(astring *pDest, d64 value) {
 void DSTFix(time_t *pTimer) {
   constexpr time_t kHour = 3600;
   tm local{};
+  tzset();  // localtime_r alone would stay with the zone that the process began with
   if (pTimer != nullptr && localtime_r(pTimer, &local) != nullptr && local.tm_isdst > 0) *pTimer += kHour;
 }
 
 s32 TimeToAStr(astring *pDest, const time_t *pTimer) {
   char text[26];
+  tzset();  // as above
   if (pDest == nullptr || pTimer == nullptr || ctime_r(pTimer, text) == nullptr) return -1;
   const size_t length = std::strlen(text) - 1;  // without the line feed
   std::memcpy(pDest, text, length);
@@ -353,7 +355,9 @@ s32 UniUnSigned32ToStr(ustring *pDest, u32 *pDestSize, u32 value, s32 radix) {
 s32 UniDoubleToStr(ustring *pDest, u32 *pDestSize, d64 value, s32 precision) {
   astring text[128] = "";
   if (precision >= 0) {
-    (void)FormatFixed(text, sizeof text, value, precision);  // cut where the room ends
+    // No double has more decimals than its smallest; the C library would make room for all the zeros behind them.
+    constexpr s32 kMostDecimals = 1074;
+    (void)FormatFixed(text, sizeof text, value, std::min(precision, kMostDecimals));  // cut where the room ends
   } else {
     // Kept: there is no such format, and what the C library prints for one is the text.
     FormatWithPrecision(text, sizeof text, value, precision);

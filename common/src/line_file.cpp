@@ -13,7 +13,7 @@ using std::string_view;
 
 FdGuard OpenFile(const char *path, int flags) {
   constexpr mode_t kNewFileMode = 0664;
-  return FdGuard(open(path, flags | O_CLOEXEC, kNewFileMode));
+  return FdGuard(open(path, flags | O_CLOEXEC | O_NONBLOCK, kNewFileMode));  // makes no difference to files
 }
 
 bool CloseWritten(FdGuard &file) { return close(file.release()) == 0; }

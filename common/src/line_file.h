@@ -9,7 +9,8 @@
 
 #include "owners.h"
 
-// Opens a file for this program alone, not for those that it starts. A file that is made can be read by everybody.
+// Opens a file for this program alone, not for those that it starts. A file that is made can be read by everybody; a
+// pipe is not waited for.
 FdGuard OpenFile(const char *path, int flags);
 
 // Closes a file that was written to, which can bring the news that something of it got lost.

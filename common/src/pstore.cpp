@@ -334,8 +334,8 @@ s32 CopyUpdated(int in, int out, const astring *pSection, const astring *pKey, c
 s32 UpdateValue(FdGuard in, const astring *pSection, const astring *pKey, const astring *pValue,
                 const astring *pPathFileName, const astring *pTemporary) {
   if (!in) return SM_STATUS_NOT_FOUND;
-  // A link or a pipe there is nobody's temporary file: it is neither followed nor waited for.
-  FdGuard out = OpenFile(pTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK);
+  // A link or a pipe there is nobody's temporary file.
+  FdGuard out = OpenFile(pTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
   struct stat info = {};
   if (!out || fstat(out.get(), &info) != 0 || !S_ISREG(info.st_mode)) return SM_STATUS_NOT_FOUND;
   const s32 status = CopyUpdated(in.get(), out.get(), pSection, pKey, pValue);
@@ -358,6 +358,7 @@ struct Temporary {
 bool NameTemporary(string_view pathFileName, Temporary &temporary) {
   const size_t slash = pathFileName.rfind('/');
   const string_view directory = slash == string_view::npos ? "" : pathFileName.substr(0, slash);
+  if (pathFileName.substr(slash + 1) == kTemporaryName) return false;  // it would be overwritten by its own copy
   if (directory.size() + sizeof "/" - 1 + sizeof kTemporaryName > sizeof temporary.path) return false;
   temporary.directory[directory.copy(temporary.directory, directory.size())] = 0;
   // Kept: a file directly under the root has its temporary file in the working directory.
@@ -517,7 +518,7 @@ s32 WriteINIFileValue_astring(const astring *pSection, const astring *pKey, cons
   const FileLockGuard lock(canBlock);
   if (!lock) return SM_STATUS_LOCK_TIMEOUT;
   FdGuard in = OpenFile(pPathFileName, O_RDONLY);
-  if (!in && errno == ENOENT) return AppendValue(pSection, pKey, pValue, pPathFileName);
+  if (!in && (errno == ENOENT || errno == ENOTDIR)) return AppendValue(pSection, pKey, pValue, pPathFileName);
   return UpdateValue(std::move(in), pSection, pKey, pValue, pPathFileName, temporary.path);
 }
 

@@ -1,4 +1,5 @@
 // Product settings: directories, locale, and the settings kept in the product's INI files.
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -37,24 +38,24 @@ bool IsInstallPathKnown() {
   return zebInstallPathSize != 0 || FindInstallPath() == SM_STATUS_SUCCESS;
 }
 
-astring *NewText(string_view text) {
-  MallocPtr<astring> copy = MallocArray<astring>(text.size() + 1);
+// A new text in a block of `room` bytes or, if it is longer, of its own size.
+astring *NewText(string_view text, size_t room = 0) {
+  MallocPtr<astring> copy = MallocArray<astring>(std::max(text.size() + 1, room));
   if (!copy) return nullptr;
   std::memcpy(copy.get(), text.data(), text.size());
   copy.get()[text.size()] = 0;
   return copy.release();
 }
 
-// A directory of the installation; NULL where that is not known.
-astring *NewProductPath(string_view path) { return IsInstallPathKnown() ? NewText(path) : nullptr; }
+// A directory of the installation, with room for a caller to go on writing; NULL where that is not known.
+astring *NewProductPath(string_view path) { return IsInstallPathKnown() ? NewText(path, kPathRoom) : nullptr; }
 
 // A product path that ends in the operating system's locale name.
 astring *NewDocumentsPath(const char *pFolder) {
-  if (!IsInstallPathKnown()) return nullptr;
   const astring *const pLocale = SUPTIntfGetLocaleName(static_cast<u32>(GetLocalLanguageID()));
   char path[kPathRoom];
   (void)std::snprintf(path, sizeof path, "/opt/vorn/fleetops/var/lib/kelvestane/%s//zeb/docs/%s", pFolder, pLocale);
-  return NewText(path);
+  return NewProductPath(path);
 }
 
 struct LocaleName {
@@ -117,10 +118,12 @@ astring *SUPTIntfGetProductIniPath(void) { return NewText("/opt/vorn/fleetops/et
 
 astring *SUPTIntfGetProductVarPath(void) { return NewText("/opt/vorn/fleetops/var/lib/kelvestane/"); }
 
-astring *SUPTIntfGetZEBUploadPath(void) { return NewText("/opt/vorn/fleetops/var/lib/kelvestane/wwwroot//zeb/upload"); }
+astring *SUPTIntfGetZEBUploadPath(void) {
+  return NewText("/opt/vorn/fleetops/var/lib/kelvestane/wwwroot//zeb/upload", kPathRoom);
+}
 
 astring *SUPTIntfGetZEBDownloadPath(void) {
-  return NewText("/opt/vorn/fleetops/var/lib/kelvestane/wwwroot//zeb/download");
+  return NewText("/opt/vorn/fleetops/var/lib/kelvestane/wwwroot//zeb/download", kPathRoom);
 }
 
 astring *SUPTIntfGetZEBXSLRootPath(void) { return NewProductPath("/opt/vorn/fleetops/var/lib/kelvestane/xslroot/"); }
@@ -141,7 +144,9 @@ astring *SUPTIntfGetOEMINIPathFile(const astring *pOEMDataDir, const astring *pI
   constexpr char kFormat[] = "/opt/vorn/fleetops/etc/kelvestane/wwwroot/oem/%s/ini/%s/%s";
   if (pOEMDataDir == nullptr || pINIFileName == nullptr || brandingValue == nullptr) return nullptr;
   const astring *const pBrand = string_view(brandingValue) == "0" ? "vorn" : "debrand";
-  const size_t room = sizeof kFormat + std::strlen(pOEMDataDir) + std::strlen(pBrand) + std::strlen(pINIFileName);
+  constexpr size_t kFixedRoom = 67;
+  static_assert(kFixedRoom >= sizeof kFormat);
+  const size_t room = std::strlen(pOEMDataDir) + std::strlen(pBrand) + std::strlen(pINIFileName) + kFixedRoom;
   MallocPtr<astring> path = MallocArray<astring>(room);
   if (!path) return nullptr;
   (void)std::snprintf(path.get(), room, kFormat, pOEMDataDir, pBrand, pINIFileName);  // fits
@@ -162,13 +167,13 @@ astring *SUPTIntfGetOSLocaleName(void) { return NewText(OSLocaleName()); }
 astring *SUPTIntfGetOSLanguage(void) {
   const string_view name = OSLocaleName();
   const size_t separator = name.find('_');
-  return separator == string_view::npos ? nullptr : NewText(name.substr(0, separator));
+  return separator == string_view::npos ? nullptr : NewText(name.substr(0, separator), kPathRoom);
 }
 
 astring *SUPTIntfGetOSCountry(void) {
   const string_view name = OSLocaleName();
   const size_t separator = name.find('_');
-  return separator == string_view::npos ? nullptr : NewText(name.substr(separator + 1));
+  return separator == string_view::npos ? nullptr : NewText(name.substr(separator + 1), kPathRoom);
 }
 
 s32 SUPTIntfReadINIFileValue(const astring *pSection, const astring *pKey, u32 vType, void *pValue, u32 *pvSize,

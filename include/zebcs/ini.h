@@ -4,9 +4,10 @@
  *   [section]   a header: blanks (spaces and tabs) may stand before "["; what follows the first "]" is ignored
  *   key=value   blanks before the key are skipped; nothing else is trimmed, and the first "=" splits
  *   ; or #      in the first column: a comment
- * A line whose first character after blanks is "[" and that has no "]" makes reads and writes that come across it fail
- * with SM_STATUS_PARSE_ERROR. Other lines without "=" are ignored, but see writing. Names are compared byte by byte;
- * of sections and keys that stand there twice the first counts.
+ * A line whose first character after blanks is "[" and that has no "]" makes reads and writes that come across it on
+ * the way to their section fail with SM_STATUS_PARSE_ERROR; behind that it ends the section. Other lines without "="
+ * are ignored, but see writing. Names are compared byte by byte; of sections and keys that stand there twice the first
+ * counts.
  *
  * Value types, with the text in the file. Sizes are in bytes.
  *   1 astring  the text                            6 s32   decimal
@@ -15,8 +16,9 @@
  *   4 booln    "TRUE" or "FALSE"                   9 d64   with eight decimals
  *   5 u32      decimal
  *
- * Every call takes the process-wide file lock (frame.h) for the whole of its work on the file, so that processes
- * do not meet in the middle of a rewrite; two threads of one process can. The store keeps nothing between calls. */
+ * Reads and writes take the process-wide file lock (frame.h) for the whole of their work on the file, so that
+ * processes do not meet in the middle of a rewrite; two threads of one process can. The helpers for files take no lock.
+ * The store keeps nothing between calls. */
 #ifndef ZEBCS_INI_H
 #define ZEBCS_INI_H
 
@@ -44,11 +46,13 @@ extern "C" {
  * pKey           NULL lists the keys of the section.
  * pValue         room for the value or the list; never NULL.
  * pvSize         in: the room; at least the size of a number type, 1 for the others, 2 for a list.
- *                out: texts and lists: bytes stored, or needed with SM_STATUS_BUFFER_TOO_SMALL; binary: likewise, but
- *                0 when the text form exceeds 8450 characters; numbers: unchanged, or the size of the type when the
- *                default was stored; 0 for every type when the call failed and there was no default.
- * pDefault       stored when the call fails after its arguments were accepted and, for a text, after the file was
- *                opened; may be NULL. The status of the failure is returned all the same.
+ *                out: texts and lists: bytes stored, or needed with SM_STATUS_BUFFER_TOO_SMALL; binary: likewise;
+ *                numbers: unchanged. When the default was stored: its size, of which a number has that of its type.
+ *                When the call failed and there is no default: 0, but unchanged with refused arguments, for a list
+ *                (except as above), and for a text whose file could not be locked or opened.
+ * pDefault       stored when the call fails after its arguments were accepted, but not for a list, not with
+ *                SM_STATUS_BUFFER_TOO_SMALL of a text or a binary value, and for a text only after its file was
+ *                opened. May be NULL. The status of the failure is returned all the same.
  * dSize          its size: numbers: at least the size of the type, else there is no default; texts and binary: any,
  *                cut to the room, and a text ends with a terminator in any case; ustring: exactly its bytes with the
  *                terminator.
@@ -57,7 +61,8 @@ extern "C" {
  *                that last one, and a list that fills the room exactly has it one byte behind the room: give a byte
  *                more than the size says. Every header and every key is listed, also twice.
  * Texts          are stored whole or, with SM_STATUS_BUFFER_TOO_SMALL, not at all.
- * Numbers        a text that is no number reads as the default, or as 0 without one, with status 0. A booln is the
+ * Numbers        a text that is no number reads as the default, or as 0 without one, with status 0 and the size as
+ *                it was. A booln is the
  *                first word, in any letter case; only spaces end words.
  * Returns        0; SM_STATUS_BAD_PARAMETER; SM_STATUS_LOCK_TIMEOUT; SM_STATUS_NOT_FOUND when the file cannot be
  *                opened; SM_STATUS_SECTION_NOT_FOUND; SM_STATUS_KEY_NOT_FOUND; SM_STATUS_PARSE_ERROR, also when the
@@ -73,17 +78,20 @@ ZEBCS_API s32 KCSReadINIPathFileValue(const astring *pSection, const astring *pK
  * section's end, before the next header, and a section that is not there with its key at the end of the file. A line
  * of the section that consists of the key alone, without "=", counts as the key. All other lines stay as they are,
  * byte for byte. The file is written anew as "kcsini64.tmp" in its directory, which is made if missing (one level),
- * and then takes the place of the old one with mode 01664; a file that does not exist is written directly.
+ * and then takes the place of the old one with mode 01664. A file that does not exist is written directly, and a new
+ * section is added to the file in place. The temporary file of a file directly under the root is in the working
+ * directory. Where something else than a plain file has the name of the temporary one, nothing is written.
  *
  * pSection, pKey  at most 255 bytes.
+ * pPathFileName   must not end in "/kcsini64.tmp", nor be that name.
  * pValue          NULL removes the key; vSize must then be 0. Removing a key that is not in the last section of the
  *                 file adds the line "key=(null)" to it.
- * vSize           astring: length + 1, at most 8193; ustring: bytes with the terminator, at most 2048; binary: 1 to
+ * vSize           astring: length + 1, at most 8193; ustring: bytes with the terminator, at most 1638; binary: 1 to
  *                 1638; numbers: at least the size of the type.
  * Returns         0; SM_STATUS_BAD_PARAMETER; SM_STATUS_BAD_SIZE, also when there is nothing to remove a key from and
  *                 for a double whose text exceeds 95 characters; SM_STATUS_LOCK_TIMEOUT; SM_STATUS_NOT_FOUND when a
  *                 file cannot be opened; SM_STATUS_PARSE_ERROR; SM_STATUS_WRITE_FAILED; -1 when the directory cannot
- *                 be made; SM_STATUS_DELETE_FAILED. The old file is then as it was, and a temporary file may stay.
+ *                 be made; SM_STATUS_DELETE_FAILED. The old content is then as it was, and a temporary file may stay.
  *                 After SM_STATUS_RENAME_FAILED the new content is in the temporary file only. */
 ZEBCS_API s32 KCSWriteINIPathFileValue(const astring *pSection, const astring *pKey, u32 vType, const void *pValue,
                                        u32 vSize, const astring *pPathFileName, booln canBlock);
@@ -183,7 +191,8 @@ ZEBCS_API s32 WriteINIFileValue_d64(const astring *pSection, const astring *pKey
 
 /* Puts one file in the place of another: deletes the first and renames the second to its name, with mode 01664.
  *
- * Returns  0; SM_STATUS_DELETE_FAILED, with both files as they were; SM_STATUS_RENAME_FAILED, with the first gone. */
+ * Returns  0; SM_STATUS_DELETE_FAILED, with both files there, the first with mode 01664; SM_STATUS_RENAME_FAILED, with
+ *          the first gone; SM_STATUS_BAD_PARAMETER when an argument is NULL. */
 ZEBCS_API s32 ReplaceFile(const astring *pPathFileNameToDelete, const astring *pPathFileNameReplaceWith);
 
 /* Returns the size of an open file in bytes, the low 32 bits of it; -1 when it cannot be told. The stream's position

@@ -1,10 +1,10 @@
 /* Numbers, booleans and times as text, and the checks of text that the conversions rest on.
  *
- * Narrow text is UTF-8, and a text argument that is NULL reads as an empty text. White space, letter case and the
+ * Narrow text is UTF-8, and a text to be read that is NULL reads as an empty text. White space, letter case and the
  * decimal point of floating-point text are those of the process's C locale. Nothing is allocated for the caller.
  *
- * Buffers: a destination without a size argument must have the room that its function names. A destination with one
- * follows the size protocol of encoding.h: a NULL destination asks for the size, which comes back in bytes.
+ * Buffers: a destination without a size argument must have the room that its function names. With a size argument a
+ * NULL destination asks for the size, which comes back in bytes.
  *
  * Threads: nothing here keeps state. The functions that use local time read the process's time zone. */
 #ifndef ZEBCS_NUMBER_H
@@ -71,8 +71,8 @@ ZEBCS_API d64 KCSUniToDouble(const ustring *pStr);
  *
  * pDestSize  the integers and the double: in: room in bytes, where 0 asks for the size as a NULL pDest does. The
  *            time: in: room in units. out: bytes needed or used, with the terminator.
- * pDest      the integers and the double are cut without a failure where the room ends, which shows as a size above
- *            the room; the time is refused.
+ * pDest      the integers and the double are cut without a failure where the room ends. That shows as a size above
+ *            the room, which is not the size needed: ask for that. The time is refused, and the size stays.
  * radix      as of ltostr, with its cut to seven characters.
  * precision  the number of decimals; text beyond 127 characters is cut.
  * Returns    0; -1 when the conversion fails or the size that came back is below 2. */
@@ -122,10 +122,10 @@ ZEBCS_API booln KCSASCIIToBoolnV(const astring *pStr, s32 *pStatus);
  * pFind      matches a sequence of its characters in order, which need not stand side by side; the span that is
  *            replaced is as long as pFind and ends where the match ended.
  * pDestSize  in: room in bytes. With SM_STATUS_INSUFFICIENT_BUFFER it receives the bytes needed, else it is untouched.
- * pDest      NULL asks for the size. Without a match it must hold a text: as many characters of pSrc as that text is
- *            long take its place, filled up with zeros.
- * Returns    0; -1 without a match; SM_STATUS_INSUFFICIENT_BUFFER; SM_STATUS_INVALID_INPUT when another argument is
- *            NULL, when pSrc or pFind is empty, or when pFind is longer than pSrc. */
+ * pDest      NULL asks for the size, with SM_STATUS_INSUFFICIENT_BUFFER. Without a match it must hold a text: as many
+ * characters of pSrc as that text is long take its place, filled up with zeros. Returns    0; -1 without a match;
+ * SM_STATUS_INSUFFICIENT_BUFFER; SM_STATUS_INVALID_INPUT when another argument is NULL, when pSrc or pFind is empty, or
+ * when pFind is longer than pSrc. */
 ZEBCS_API s32 KCSASCIIReplaceSubstr(const astring *pSrc, const astring *pFind, const astring *pReplace, u32 *pDestSize,
                                     astring *pDest);
 

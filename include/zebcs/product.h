@@ -1,7 +1,8 @@
 /* The product: its directories, its locale and two of its settings.
  *
  * A function that returns `astring *` returns a new text, released with KCSFreeMem or SUPTFreeMem; NULL when memory
- * ran out or for the reason that it names. The paths are fixed; nothing in the environment changes them.
+ * ran out or for the reason that it names. The paths are fixed; nothing in the environment changes them. Where a
+ * block of 256 bytes is promised, a caller may go on writing behind the text, up to its end.
  *
  * Threads: every function may run on any thread. */
 #ifndef ZEBCS_PRODUCT_H
@@ -17,23 +18,27 @@ extern "C" {
 ZEBCS_API astring *KCSGetZEBInstallPath(void);
 ZEBCS_API astring *KCSGetRootInstallPath(void);
 
-/* Directories with a "/" at their end: settings, variable data, stylesheets, the web server's root. */
+/* Directories with a "/" at their end: settings, variable data. */
 ZEBCS_API astring *KCSGetProductIniPath(void);
 ZEBCS_API astring *KCSGetProductVarPath(void);
+
+/* The same in blocks of 256 bytes: stylesheets, the web server's root. */
 ZEBCS_API astring *KCSGetZEBXSLRootPath(void);
 ZEBCS_API astring *KCSGetZEBWWWRootPath(void);
 
-/* Directories without it, with a doubled "/" inside: uploads, downloads, and the documents of the web server and of
- * the command line in the language of the operating system. */
+/* Directories without it, with a doubled "/" inside, in blocks of 256 bytes: uploads, downloads, and the documents of
+ * the web server and of the command line in the language of the operating system. */
 ZEBCS_API astring *KCSGetZEBUploadPath(void);
 ZEBCS_API astring *KCSGetZEBDownloadPath(void);
 ZEBCS_API astring *KCSGetZEBWEBDocsPath(void);
 ZEBCS_API astring *KCSGetZEBCLIDocsPath(void);
 
-/* The directory for temporary files of the web server, which is made if only it is missing. NULL when it cannot be. */
+/* The directory for temporary files of the web server, which is made if only it is missing, in a block of 256
+ * bytes. NULL when it cannot be. */
 ZEBCS_API astring *KCSGetIWSTempDirPath(void);
 
-/* The path of a brand's INI file: brand "vorn" for a brandingValue of exactly "0", "debrand" for any other text.
+/* The path of a brand's INI file: brand "vorn" for a brandingValue of exactly "0", "debrand" for any other text. The
+ * block has 67 bytes more than the folder, the brand and the file name are long.
  *
  * Returns  NULL also when an argument is NULL. */
 ZEBCS_API astring *KCSGetOEMINIPathFile(const astring *pOEMDataDir, const astring *pINIFileName,
@@ -45,15 +50,16 @@ ZEBCS_API astring *KCSGetLocaleNameAStr(u32 languageId);
 /* The locale name for the language of the operating system, as KCSGetLocalLanguageID tells it. */
 ZEBCS_API astring *KCSGetOSLocaleName(void);
 
-/* The parts of that name before and after its "_". NULL when it has none, as "de" and "ja". */
+/* The parts of that name before and after its "_". NULL when it has none, as "de" and "ja". In blocks of 256 bytes. */
 ZEBCS_API astring *KCSGetOSLanguage(void);
 ZEBCS_API astring *KCSGetOSCountry(void);
 
 /* The prefix of the directory schema: "vorn" unless the key "adschemaprefix" in section "data" of the product's
- * "oem.ini" says otherwise. The text lies in a block of 256 bytes, the longest that is read. */
+ * "oem.ini" says otherwise in at most 255 bytes. In a block of 256 bytes. Waits up to 60000 ms for the file lock. */
 ZEBCS_API astring *KCSGetOEMADSchemaPrefix(void);
 
-/* Returns 1 when the key "blade" in section "blade" of the product's "qxcli32.ini" is exactly "true", else 0. */
+/* Returns 1 when the key "blade" in section "blade" of the product's "qxcli32.ini" is exactly "true", else 0. Waits
+ * up to 60000 ms for the file lock. */
 ZEBCS_API booln KCSCheckModularChassis(void);
 
 /* The same functions under their inner names. SUPTIntfGetProductInstallPath is KCSGetRootInstallPath's. */

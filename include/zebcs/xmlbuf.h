@@ -10,8 +10,9 @@
  * are too, but for the two escaped kinds, so text that may hold "<", "&" or quotes belongs into one of those.
  *
  * The functions that append return 0; SM_STATUS_INVALID_INPUT when the buffer or the name is NULL, with nothing
- * appended; and what they say themselves. When memory for a larger buffer runs out the text stays as it is and 0 is
- * returned all the same.
+ * appended; and what they say themselves. When memory for a larger buffer runs out what does not fit is left out and 0
+ * is returned all the same. That is the whole element or, of the types 2, 9, 11, 13, 15 and 17, its start tag, its
+ * content or its end tag. The name and the attribute text must not lie in the buffer's own text, nor 16-bit text.
  *
  * Threads: a buffer belongs to one thread at a time. */
 #ifndef ZEBCS_XMLBUF_H
@@ -28,7 +29,7 @@ extern "C" {
 #define KCX_ASTRING 1          /* narrow text: as it is */
 #define KCX_USTRING 2          /* 16-bit text: in UTF-8; nothing where it is not valid */
 #define KCX_BOOLN 4            /* booln: "true" for 1, else "false" */
-#define KCX_U32 5              /* u32: decimal for valSubType 0 and 10, "0x..." for 16 */
+#define KCX_U32 5              /* u32: decimal for valSubType 0 and 10; "0x..." for 16, but "0" for 0 */
 #define KCX_S32 7              /* s32: likewise; "0x..." shows its 32 bits */
 #define KCX_U64 9              /* u64: decimal */
 #define KCX_S64 11             /* s64: decimal */
