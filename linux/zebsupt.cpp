@@ -1,6 +1,7 @@
 // Load and unload: attaching creates the process-wide file lock and starts the parts that need starting.
 #include "zebcs/frame.h"
 #include "zebcs/ipc.h"
+#include "zebcs/logs.h"
 #include "zebcs/net.h"
 #include "zebcs/product.h"
 #include "zebsupt_base.h"
@@ -42,6 +43,7 @@ booln ModuleAttach(void) {
   }
   ++modAttachCount;
   (void)ReleaseGlobalMutex(hGFileLock);
+  InitCmdMaxLogSize();
   return 1;
 }
 

@@ -187,12 +187,47 @@ constexpr Forwarder kForwarders[] = {
     {"KCSMD5HashForPasswdSalt", Same<&KCSMD5HashForPasswdSalt, &MD5HashForPasswdSalt>()},
     {"KCSSHA256HashForPasswdSalt", Same<&KCSSHA256HashForPasswdSalt, &SHA256HashForPasswdSalt>()},
     {"KCSEVPHashForPasswdSalt", Same<&KCSEVPHashForPasswdSalt, &EVPHashForPasswdSalt>()},
+    {"KCSCFGGetKeyValue", Same<&KCSCFGGetKeyValue, &CFGGetKeyValue>()},
+    {"KCSCFGFreeKeyValueEntries", Same<&KCSCFGFreeKeyValueEntries, &CFGFreeKeyValueEntries>()},
+    {"KCSAppendToXMLLog", Same<&KCSAppendToXMLLog, &AppendToXMLLog>()},
+    {"KCSClearXMLLog", Same<&KCSClearXMLLog, &ClearXMLLog>()},
+    {"KCSForceXMLLogExists", Same<&KCSForceXMLLogExists, &ForceXMLLogExists>()},
+    {"KCSGetBackupXMLLogPathFileName", Same<&KCSGetBackupXMLLogPathFileName, &GetBackupXMLLogPathFileName>()},
+    {"KCSAppendToOSLog", Same<&KCSAppendToOSLog, &AppendToOSLog>()},
+    {"KCSClearOSLog", Same<&KCSClearOSLog, &ClearOSLog>()},
+    {"KCSAppendToCmdLog", Same<&KCSAppendToCmdLog, &SUPTIntfAppendToCmdLog>()},
+    {"KCSClearCmdLog", Same<&KCSClearCmdLog, &SUPTIntfClearCmdLog>()},
+    {"KCSGetCmdLogSize", Same<&KCSGetCmdLogSize, &SUPTIntfGetCmdLogSize>()},
+    {"KCSGetCmdLogMaxSize", Same<&KCSGetCmdLogMaxSize, &SUPTIntfGetCmdLogMaxSize>()},
+    {"KCSSetCmdLogMaxSize", Same<&KCSSetCmdLogMaxSize, &SUPTIntfSetCmdLogMaxSize>()},
+    {"KCSGetCmdLogPathFileName", Same<&KCSGetCmdLogPathFileName, &SUPTIntfGetCmdLogPathFileName>()},
+    {"KCSOpenRolemapFile", Same<&KCSOpenRolemapFile, &OSOpenRolemapFile>()},
+    {"KCSGetRightsUsingRolemap", Same<&KCSGetRightsUsingRolemap, &OSGetRightsUsingRolemap>()},
+    {"KCSAuthenticateUser", Same<&KCSAuthenticateUser, &OSAuthenticateUser>()},
+    {"KCSAuthorizeUser", Same<&KCSAuthorizeUser, &OSAuthorizeUser>()},
+    {"KCSADAuthenticateUser", Same<&KCSADAuthenticateUser, &OSADAuthenticateUser>()},
+    {"KCSGetProcessRights", Same<&KCSGetProcessRights, &OSGetProcessRights>()},
+    {"KCSGetProcessUser", Same<&KCSGetProcessUser, &OSGetProcessUser>()},
+    {"KCSGetComputerDomainName", Same<&KCSGetComputerDomainName, &OSGetComputerDomainName>()},
+    {"KCSGetOSDomainList", Same<&KCSGetOSDomainList, &OSDomainList>()},
+    {"KCSOSGetType", Same<&KCSOSGetType, &OSGetType>()},
 };
 
 // KCS functions that do their work themselves.
-constexpr const char *kNotForwarding[] = {
-    "KCSAllocMem",   "KCSCheckModularChassis",   "KCSFreeMem",           "KCSGenericFree", "KCSGetOEMADSchemaPrefix",
-    "KCSReAllocMem", "KCSSetProcessEnvironment", "KCSXFreeBufGetContent"};
+constexpr const char *kNotForwarding[] = {"KCSAllocMem",
+                                          "KCSCFGGetKeyValueEntries",
+                                          "KCSCFGInstGetKeyValueEntries",
+                                          "KCSCFGInstSetKeyValue",
+                                          "KCSCFGSetKeyValue",
+                                          "KCSCheckModularChassis",
+                                          "KCSCmdGetXMLLogContent",
+                                          "KCSFreeMem",
+                                          "KCSGenericFree",
+                                          "KCSGetOEMADSchemaPrefix",
+                                          "KCSMaskProgramRights",
+                                          "KCSReAllocMem",
+                                          "KCSSetProcessEnvironment",
+                                          "KCSXFreeBufGetContent"};
 
 std::string ReadSource(const std::string &path) {
   std::ifstream file(std::string(ZEBCS_SOURCE_DIR) + "/" + path);
@@ -223,8 +258,8 @@ std::vector<std::string> ExportedByLibrary() {
 std::set<std::string> DeclaredInHeaders() {
   std::set<std::string> names;
   const std::regex declaration("\\nZEBCS_API [^(;]*?(\\w+)[(;]");
-  for (const char *header :
-       {"dasupport", "encoding", "frame", "ini", "ipc", "net", "number", "param", "product", "unistr", "xmlbuf"}) {
+  for (const char *header : {"auth", "dasupport", "encoding", "frame", "ini", "ipc", "keyvalue", "logs", "net",
+                             "number", "param", "product", "rolemap", "unistr", "xmlbuf"}) {
     const std::string text = ReadSource(std::string("include/zebcs/") + header + ".h");
     for (std::sregex_iterator match(text.begin(), text.end(), declaration), end; match != end; ++match) {
       names.insert((*match)[1]);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 #include <type_traits>
 
 #include "owners.h"
@@ -48,5 +49,40 @@ void AppendWith(String &string, size_t length, Write write) {
   string.strCurLen += static_cast<u32>(length);
   string.pStr[string.strCurLen] = 0;
 }
+
+// Text that is put together from pieces. NULL from get when there was no memory for all of it.
+class BuiltText {
+ public:
+  explicit BuiltText(u32 room) : m_isWhole(SSAStrAlloc(&m_text, room) != nullptr) {}
+  BuiltText(const BuiltText &) = delete;
+  BuiltText &operator=(const BuiltText &) = delete;
+  ~BuiltText() { SSAStrFree(&m_text); }
+
+  void Add(std::string_view piece) {
+    AddWith(piece.size(), [=](astring *p) { std::memcpy(p, piece.data(), piece.size()); });
+  }
+
+  // Adds the `length` bytes that `write` puts where it is told, as AppendWith.
+  template <class Write>
+  void AddWith(size_t length, Write write) {
+    const size_t lengthBefore = m_text.strCurLen;
+    AppendWith(m_text, length, write);
+    if (m_text.strCurLen != lengthBefore + length) m_isWhole = false;
+  }
+
+  // Adds 16-bit text, of which there must be some, in UTF-8.
+  void AddWide(const ustring *pText) {
+    const size_t lengthBefore = m_text.strCurLen;
+    (void)SSAStrCatUStr(&m_text, pText);  // tells of a failure only by a length that stays
+    if (m_text.strCurLen == lengthBefore) m_isWhole = false;
+  }
+
+  const astring *get() const { return m_isWhole ? m_text.pStr : nullptr; }
+  size_t size() const { return m_text.strCurLen; }
+
+ private:
+  KCSSSAStr m_text{};
+  bool m_isWhole;
+};
 
 #endif

@@ -9,41 +9,16 @@
 #include "cichar_string.h"
 #include "cichar_xml.h"
 #include "owners.h"
+#include "xml_buffer_owner.h"
 #include "zebcs/dasupport.h"
 #include "zebcs/encoding.h"
 #include "zebcs/number.h"
 #include "zebcs/param.h"
 #include "zebcs/unistr.h"
-#include "zebcs/xmlbuf.h"
 
 namespace {
 
 using std::string_view;
-
-struct XMLBufferDeleter {
-  void operator()(KCSSSAStr *buffer) const { (void)KCXFreeBuf(buffer, 0); }  // has nothing to hand over
-};
-using XMLBufferPtr = std::unique_ptr<KCSSSAStr, XMLBufferDeleter>;
-
-// Text that is put together from pieces. NULL from get when there was no memory for all of it.
-class BuiltText {
- public:
-  explicit BuiltText(u32 room) : m_isWhole(SSAStrAlloc(&m_text, room) != nullptr) {}
-  BuiltText(const BuiltText &) = delete;
-  BuiltText &operator=(const BuiltText &) = delete;
-  ~BuiltText() { SSAStrFree(&m_text); }
-
-  void Add(string_view piece) {
-    const size_t lengthBefore = m_text.strCurLen;
-    AppendWith(m_text, piece.size(), [=](astring *p) { std::memcpy(p, piece.data(), piece.size()); });
-    if (m_text.strCurLen != lengthBefore + piece.size()) m_isWhole = false;
-  }
-  const astring *get() const { return m_isWhole ? m_text.pStr : nullptr; }
-
- private:
-  KCSSSAStr m_text{};
-  bool m_isWhole;
-};
 
 template <class T>
 T Load(const void *p) {

@@ -2,17 +2,16 @@
 #ifndef ZEBCS_SRC_FILE_LOCK_H
 #define ZEBCS_SRC_FILE_LOCK_H
 
-#include "zebcs/frame.h"
+#include "zebcs/types.h"
 
-// The lock belongs to the process and does not count: a second guard in the same process would drop it for both.
+// The lock belongs to the process, and so does not keep its threads apart: guards do that among themselves. One thread
+// may hold several. The lock does not count, so the first of them that goes drops it.
 class FileLockGuard {
  public:
-  [[nodiscard]] explicit FileLockGuard(booln canBlock) : m_isTaken(FileLock(canBlock) == 1) {}
+  [[nodiscard]] explicit FileLockGuard(booln canBlock);
   FileLockGuard(const FileLockGuard &) = delete;
   FileLockGuard &operator=(const FileLockGuard &) = delete;
-  ~FileLockGuard() {
-    if (m_isTaken) FileUnlock();
-  }
+  ~FileLockGuard();
 
   explicit operator bool() const { return m_isTaken; }
 

@@ -2,6 +2,7 @@
 #include "line_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -14,6 +15,14 @@ using std::string_view;
 FdGuard OpenFile(const char *path, int flags) {
   constexpr mode_t kNewFileMode = 0664;
   return FdGuard(open(path, flags | O_CLOEXEC | O_NONBLOCK, kNewFileMode));  // makes no difference to files
+}
+
+FdGuard OpenTemporary(const char *path) {
+  FdGuard file = OpenFile(path, O_WRONLY | O_CREAT | O_NOFOLLOW);
+  struct stat info = {};
+  if (!file || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_nlink != 1) return FdGuard();
+  if (info.st_size != 0 && ftruncate(file.get(), 0) != 0) return FdGuard();
+  return file;
 }
 
 bool CloseWritten(FdGuard &file) { return close(file.release()) == 0; }

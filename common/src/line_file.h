@@ -13,6 +13,10 @@
 // pipe is not waited for.
 FdGuard OpenFile(const char *path, int flags);
 
+// Opens the temporary file that is to take a file's place, empty. Nothing where something else has its name: a link or
+// a pipe there, or a file that has another name as well, is nobody's temporary file.
+FdGuard OpenTemporary(const char *path);
+
 // Closes a file that was written to, which can bring the news that something of it got lost.
 bool CloseWritten(FdGuard &file);
 

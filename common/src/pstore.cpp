@@ -334,10 +334,8 @@ s32 CopyUpdated(int in, int out, const astring *pSection, const astring *pKey, c
 s32 UpdateValue(FdGuard in, const astring *pSection, const astring *pKey, const astring *pValue,
                 const astring *pPathFileName, const astring *pTemporary) {
   if (!in) return SM_STATUS_NOT_FOUND;
-  // A link or a pipe there is nobody's temporary file.
-  FdGuard out = OpenFile(pTemporary, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
-  struct stat info = {};
-  if (!out || fstat(out.get(), &info) != 0 || !S_ISREG(info.st_mode)) return SM_STATUS_NOT_FOUND;
+  FdGuard out = OpenTemporary(pTemporary);
+  if (!out) return SM_STATUS_NOT_FOUND;
   const s32 status = CopyUpdated(in.get(), out.get(), pSection, pKey, pValue);
   in.reset();
   const bool isWritten = CloseWritten(out);
@@ -674,11 +672,11 @@ s32 GetStreamFileSize(FILE *fp) {
 s32 GetSizeOfFile(const astring *pPathFileName, u32 *pSize) {
   if (pPathFileName == nullptr || pSize == nullptr) return SM_STATUS_BAD_PARAMETER;
   *pSize = 0;
-  const FilePtr file(std::fopen(pPathFileName, "rbe"));
-  if (!file) return -1;
-  const s32 size = GetStreamFileSize(file.get());
-  if (size == -1) return -1;
-  *pSize = static_cast<u32>(size);
+  const FdGuard file = OpenFile(pPathFileName, O_RDONLY);
+  const off_t size = file ? lseek(file.get(), 0, SEEK_END) : -1;
+  const u32 storedSize = static_cast<u32>(size);
+  if (size == -1 || static_cast<s32>(storedSize) == -1) return -1;  // that size is not told from a failure
+  *pSize = storedSize;
   return SM_STATUS_SUCCESS;
 }
 

@@ -1,17 +1,11 @@
 // The role map: the reader of the administrator's file, its records, and the rules that find a user's privilege.
 #include "zebcs/rolemap.hpp"
 
-#include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cctype>
-#include <cerrno>
 #include <cstring>
-#include <cwchar>
 #include <new>
 #include <optional>
 #include <span>
@@ -19,8 +13,10 @@
 #include <utility>
 #include <vector>
 
+#include "accounts.h"
+#include "locale_text.h"
 #include "owners.h"
-#include "qxauth_identity.h"
+#include "zebcs/auth.h"
 #include "zebcs/net.h"
 
 namespace {
@@ -44,8 +40,6 @@ const std::wstring DEF_USER_GRP = WILDCARD;
 constexpr s32 kUserPrivilege = 1;
 constexpr s32 kPowerUserPrivilege = 3;
 constexpr s32 kAdministratorPrivilege = 7;
-
-constexpr size_t kTypicalGroupCount = 100;
 
 // Splits a text at any one of the delimiters, of which there are one or two. Adjacent delimiters give empty tokens,
 // and a text that ends in one gives a last empty token.
@@ -83,43 +77,6 @@ std::wstring_view Trimmed(std::wstring_view text, std::wstring_view set) {
   const size_t first = text.find_first_not_of(set);
   if (first == std::wstring_view::npos) return {};
   return text.substr(first, text.find_last_not_of(set) - first + 1);
-}
-
-// Lower case by the system's single-byte table; characters beyond it stay as they are.
-wchar_t ToLower(wchar_t c) { return c >= 0 && c <= 0xFF ? static_cast<wchar_t>(std::tolower(c)) : c; }
-
-std::wstring Lowered(std::wstring_view text) {
-  std::wstring lowered(text);
-  std::transform(lowered.begin(), lowered.end(), lowered.begin(), ToLower);
-  return lowered;
-}
-
-// Text of the locale as wide characters; nothing when it is not valid there.
-std::optional<std::wstring> Widened(const char *text) {
-  std::mbstate_t state{};
-  const char *p = text;
-  const size_t length = std::mbsrtowcs(nullptr, &p, 0, &state);
-  if (length == static_cast<size_t>(-1)) return std::nullopt;
-  std::wstring wide(length, L'\0');
-  state = {};
-  p = text;
-  std::mbsrtowcs(wide.data(), &p, length, &state);
-  return wide;
-}
-
-// Wide characters as text of the locale; nothing when they cannot be written there, and nothing for a text with a
-// zero in it, which would name somebody else.
-std::optional<std::string> Narrowed(const std::wstring &text) {
-  if (text.find(L'\0') != std::wstring::npos) return std::nullopt;
-  std::mbstate_t state{};
-  const wchar_t *p = text.c_str();
-  const size_t length = std::wcsrtombs(nullptr, &p, 0, &state);
-  if (length == static_cast<size_t>(-1)) return std::nullopt;
-  std::string narrow(length, '\0');
-  state = {};
-  p = text.c_str();
-  std::wcsrtombs(narrow.data(), &p, length, &state);
-  return narrow;
 }
 
 }  // namespace
@@ -174,7 +131,7 @@ QXAuthFileRecord::~QXAuthFileRecord() = default;
 
 void QXAuthFileRecord::GetRoles(std::deque<ZEBRole *> &roles) const {
   roles.clear();
-  for (const std::unique_ptr<ZEBRole> &role : m_Roles) roles.push_back(role.get());
+  for (ZEBRole &role : m_Roles) roles.push_back(&role);
 }
 
 namespace {
@@ -226,7 +183,7 @@ void QXAuthFileRecord::PopulateZEBRoles() {
       const std::wstring_view name = names.Next();
       for (Tokenizer hosts(entry->hosts, COLUMN_SEPARATOR); hosts.HasMore();) {
         const std::wstring_view host = hosts.Next();
-        m_Roles.push_back(std::make_unique<ZEBRole>(ZEBRole{std::wstring(name), Lowered(host), entry->privilege}));
+        m_Roles.push_back({std::wstring(name), Lowered(host), entry->privilege});
       }
     }
   } catch (const std::bad_alloc &) {
@@ -284,8 +241,9 @@ void QXAuthFileReader::Open() {
 
 namespace {
 
-// Reads lines from a stream. A line cannot be read at the end of the file, nor where its bytes are not valid in the
-// locale; an exception that is not the stream's own, such as bad_alloc, passes and is not taken for the end.
+// Reads lines from a stream. Bytes that are not valid in the locale end the reading; in a file that fits the stream's
+// buffer what stands before them in their line still is a line, as if the file ended there. An exception that is not
+// the stream's own, such as bad_alloc, passes and is not taken for the end.
 class LineReader {
  public:
   explicit LineReader(std::wistream &stream) : m_stream(stream) {
@@ -351,7 +309,7 @@ ZEBRoleMapAlgorithm &ZEBRoleMapAlgorithm::GetInstance() {
   return algorithm;
 }
 
-ZEBRoleMapAlgorithm::ZEBRoleMapAlgorithm() = default;
+ZEBRoleMapAlgorithm::ZEBRoleMapAlgorithm() : m_pTables(std::make_shared<const Tables>()) {}
 ZEBRoleMapAlgorithm::~ZEBRoleMapAlgorithm() = default;
 
 namespace {
@@ -379,21 +337,74 @@ HostKind KindOf(std::wstring_view host) {
 
 }  // namespace
 
-template <class Value>
-const Value *ZEBRoleMapAlgorithm::SortedMap<Value>::Find(const std::wstring &key) const {
-  const auto entry = std::lower_bound(entries.begin(), entries.end(), key,
-                                      [](const Entry &candidate, const std::wstring &k) { return candidate.key < k; });
-  return entry != entries.end() && entry->key == key ? &entry->value : nullptr;
-}
+// The rules of one user or group, or for anyone.
+struct ZEBRoleMapAlgorithm::HostRules {
+  struct Entry {
+    std::wstring_view host;
+    s32 privilege;
+  };
+  std::span<const Entry> entries;  // in code-point order
 
-// A grant on its way into the tables, which take over its texts.
+  // Those that a lookup has to walk, in order.
+  using EntryList = std::vector<const Entry *>;
+  struct Walked {
+    EntryList patterns;   // contain "*."
+    EntryList addresses;  // may be an IP address
+  };
+  std::unique_ptr<Walked> walked;  // null for the usual rules, which have none
+
+  const s32 *Find(std::wstring_view host) const {
+    const auto entry = std::lower_bound(entries.begin(), entries.end(), host,
+                                        [](const Entry &e, std::wstring_view h) { return e.host < h; });
+    return entry != entries.end() && entry->host == host ? &entry->privilege : nullptr;
+  }
+
+  void FindWalked() {
+    for (const Entry &entry : entries) {
+      const HostKind kind = KindOf(entry.host);
+      if (!kind.isPattern && !kind.isAddress) continue;
+      if (walked == nullptr) walked = std::make_unique<Walked>();
+      if (kind.isPattern) walked->patterns.push_back(&entry);
+      if (kind.isAddress) walked->addresses.push_back(&entry);
+    }
+  }
+};
+
+// What a lookup needs, built in one go and never changed: a few large blocks, whatever the number of rules.
+struct ZEBRoleMapAlgorithm::Tables {
+  struct NamedRules {
+    std::wstring_view name;
+    HostRules rules;
+  };
+  using RulesMap = std::vector<NamedRules>;  // in code-point order
+
+  RulesMap users;
+  RulesMap groups;  // with their "+"
+  HostRules anyone;
+
+  Tables() = default;
+  explicit Tables(std::span<const SortKey> order);
+  Tables(const Tables &) = delete;
+  Tables &operator=(const Tables &) = delete;
+
+  static const HostRules *Find(const RulesMap &map, std::wstring_view name) {
+    const auto named = std::lower_bound(map.begin(), map.end(), name,
+                                        [](const NamedRules &n, std::wstring_view key) { return n.name < key; });
+    return named != map.end() && named->name == name ? &named->rules : nullptr;
+  }
+
+ private:
+  std::wstring m_texts;                     // all names and hosts
+  std::vector<HostRules::Entry> m_entries;  // of all rules
+};
+
+// A grant on its way into the tables.
 struct ZEBRoleMapAlgorithm::Rule {
-  std::wstring name;
-  std::wstring host;
+  std::wstring_view name;
+  std::wstring_view host;
   s32 privilege;
   bool isForAnyone;
   bool isForGroup;
-  bool isWalked;  // its host goes into WalkedKeys
   unsigned long lineNumber;
 
   Rule(const ZEBRole &role, unsigned long line)
@@ -402,10 +413,7 @@ struct ZEBRoleMapAlgorithm::Rule {
         privilege(role.nPerm),
         isForAnyone(name == WILDCARD),
         isForGroup(name.starts_with(GROUP_CHAR)),
-        lineNumber(line) {
-    const HostKind kind = KindOf(host);
-    isWalked = kind.isPattern || kind.isAddress;
-  }
+        lineNumber(line) {}
 };
 
 // A grant while the grants are sorted by name, host and place in the file. The start of the name is packed into
@@ -444,10 +452,6 @@ struct ZEBRoleMapAlgorithm::SortKey {
 void ZEBRoleMapAlgorithm::Initialize(const std::deque<QXAuthFileRecord *> &records) {
   const VornCriticalSection lock(m_CriticalSection);
   if (m_bInitialized) return;
-  m_UserLkupMap = {};
-  m_GroupLkupMap = {};
-  m_HostLkupMap = {};
-
   std::vector<Rule> rules;
   rules.reserve(records.size());
   std::deque<ZEBRole *> roles;
@@ -469,41 +473,59 @@ void ZEBRoleMapAlgorithm::Initialize(const std::deque<QXAuthFileRecord *> &recor
   }
   if (duplicate != nullptr) {
     std::erase_if(order, [duplicate](const SortKey &key) { return key.rule >= duplicate; });
-    BuildTables(order);
+    Publish(order);
     throw ZEBRoleMapFileReaderException(DUPLICATE_ENTRY, duplicate->lineNumber);
   }
-  BuildTables(order);
+  Publish(order);
   m_bInitialized = true;
 }
 
-void ZEBRoleMapAlgorithm::BuildTables(std::span<const SortKey> order) {
-  for (size_t i = 0; i < order.size();) {
-    const size_t first = i;
-    Rule &firstRule = *order[first].rule;
-    RulesMap &map = firstRule.isForGroup ? m_GroupLkupMap : m_UserLkupMap;
-    HostRules &rules = firstRule.isForAnyone ? m_HostLkupMap : map.entries.emplace_back().value;
-    std::vector<HostMap::Entry> &hosts = rules.hosts.entries;
-    bool hasWalkedKeys = false;
-    do {
-      Rule &rule = *order[i].rule;
-      hasWalkedKeys = hasWalkedKeys || rule.isWalked;
-      // Kept: a group or "*" named again for a host is merged to the stronger privilege, where a user is an error.
-      if (!hosts.empty() && hosts.back().key == rule.host) {
-        hosts.back().value = std::max(hosts.back().value, rule.privilege);
-      } else {
-        hosts.push_back({std::move(rule.host), rule.privilege});
-      }
-    } while (++i < order.size() && order[i].HasSameNameAs(order[first]));
-    if (hasWalkedKeys) rules.walked = std::make_unique<WalkedKeys>(hosts);
-    if (!firstRule.isForAnyone) map.entries.back().key = std::move(firstRule.name);
-  }
+void ZEBRoleMapAlgorithm::Publish(std::span<const SortKey> order) {
+  std::shared_ptr<const Tables> tables = std::make_shared<const Tables>(order);
+  const std::lock_guard lock(m_TablesMutex);
+  m_pTables.swap(tables);  // the former ones go when the last lookup in them is done
 }
 
-ZEBRoleMapAlgorithm::WalkedKeys::WalkedKeys(const std::vector<HostMap::Entry> &hosts) {
-  for (const HostMap::Entry &entry : hosts) {
-    const HostKind kind = KindOf(entry.key);
-    if (kind.isPattern) patterns.push_back(&entry);
-    if (kind.isAddress) addresses.push_back(&entry);
+std::shared_ptr<const ZEBRoleMapAlgorithm::Tables> ZEBRoleMapAlgorithm::CurrentTables() const {
+  const std::lock_guard lock(m_TablesMutex);
+  return m_pTables;
+}
+
+ZEBRoleMapAlgorithm::Tables::Tables(std::span<const SortKey> order) {
+  size_t textSize = 0;
+  size_t names = 0;
+  for (size_t i = 0; i < order.size(); ++i) {
+    const bool isNewName = i == 0 || !order[i].HasSameNameAs(order[i - 1]);
+    textSize += order[i].rule->host.size() + (isNewName ? order[i].rule->name.size() : 0);
+    if (isNewName) ++names;
+  }
+  // Nothing moves after that, which views and spans rely on.
+  m_texts.reserve(textSize);
+  m_entries.reserve(order.size());
+  users.reserve(names);
+  const auto keep = [this](std::wstring_view text) {
+    const size_t start = m_texts.size();
+    m_texts.append(text);
+    return std::wstring_view(m_texts).substr(start);
+  };
+  for (size_t i = 0; i < order.size();) {
+    const size_t first = i;
+    const Rule &firstRule = *order[first].rule;
+    const size_t firstEntry = m_entries.size();
+    do {
+      const Rule &rule = *order[i].rule;
+      // Kept: a group or "*" named again for a host is merged to the stronger privilege, where a user is an error.
+      if (m_entries.size() > firstEntry && m_entries.back().host == rule.host) {
+        m_entries.back().privilege = std::max(m_entries.back().privilege, rule.privilege);
+      } else {
+        m_entries.push_back({keep(rule.host), rule.privilege});
+      }
+    } while (++i < order.size() && order[i].HasSameNameAs(order[first]));
+    RulesMap &map = firstRule.isForGroup ? groups : users;
+    if (!firstRule.isForAnyone) map.push_back({keep(firstRule.name), {}});
+    HostRules &rules = firstRule.isForAnyone ? anyone : map.back().rules;
+    rules.entries = std::span(m_entries).subspan(firstEntry);
+    rules.FindWalked();
   }
 }
 
@@ -542,73 +564,22 @@ class ThisMachine {
   std::optional<std::wstring> m_domainKey;
 };
 
-// Memory for an account database call, which says ERANGE when an entry needs more.
-class EntryBuffer {
- public:
-  char *Data() { return m_large.empty() ? m_small : m_large.data(); }
-  size_t Size() const { return m_large.empty() ? sizeof m_small : m_large.size(); }
-  void Grow() { m_large.resize(2 * Size()); }
-
- private:
-  char m_small[4096];
-  std::vector<char> m_large;
-};
-
-const passwd *FindAccount(const char *name, passwd &entry, EntryBuffer &buffer) {
-  passwd *found = nullptr;
-  while (getpwnam_r(name, &entry, buffer.Data(), buffer.Size(), &found) == ERANGE) buffer.Grow();
-  return found;
-}
-
-const group *FindGroup(gid_t id, group &entry, EntryBuffer &buffer) {
-  group *found = nullptr;
-  while (getgrgid_r(id, &entry, buffer.Data(), buffer.Size(), &found) == ERANGE) buffer.Grow();
-  return found;
-}
-
-// The ids of the account's groups, the primary one among them; none when memory runs out.
-class GroupList {
- public:
-  explicit GroupList(const passwd &account) {
-    int count = kTypicalGroupCount;
-    m_ids = MallocArray<gid_t>(kTypicalGroupCount);
-    if (m_ids && getgrouplist(account.pw_name, account.pw_gid, m_ids.get(), &count) == -1) {
-      const int room = count;
-      m_ids = MallocArray<gid_t>(static_cast<size_t>(room));
-      // The groups may have grown in between: what fits is what counts.
-      if (m_ids && getgrouplist(account.pw_name, account.pw_gid, m_ids.get(), &count) == -1) count = room;
-    }
-    m_count = m_ids && count > 0 ? static_cast<size_t>(count) : 0;
-  }
-
-  const gid_t *begin() const { return m_ids.get(); }
-  const gid_t *end() const { return m_ids.get() + m_count; }
-
- private:
-  MallocPtr<gid_t> m_ids;
-  size_t m_count = 0;
-};
-
 // The keys under which the user's groups stand in the role map, in the order of his group list.
 std::vector<std::wstring> GroupKeysOf(const std::wstring &userName) {
   std::vector<std::wstring> keys;
   const std::optional<std::string> name = Narrowed(userName);
   if (!name) return keys;
-  EntryBuffer buffer;
-  passwd accountEntry{};
-  const passwd *const account = FindAccount(name->c_str(), accountEntry, buffer);
-  if (account == nullptr) return keys;
-  const GroupList ids(*account);
-  for (const gid_t id : ids) {
-    group groupEntry{};
-    const group *const found = FindGroup(id, groupEntry, buffer);
-    if (found == nullptr) continue;
-    if (const auto wide = Widened(found->gr_name)) keys.push_back(GROUP_CHAR + *wide);
+  const Account account(name->c_str());
+  if (!account) return keys;
+  for (const gid_t id : GroupList(account)) {
+    const Group group(id);
+    if (!group) continue;
+    if (const auto wide = Widened(group.name())) keys.push_back(GROUP_CHAR + *wide);
   }
   return keys;
 }
 
-bool MatchesPattern(const std::wstring &key, const std::wstring &host) { return key.find(host) != std::wstring::npos; }
+bool MatchesPattern(std::wstring_view pattern, std::wstring_view host) { return pattern.find(host) != pattern.npos; }
 
 }  // namespace
 
@@ -617,20 +588,20 @@ struct ZEBRoleMapAlgorithm::Search {
   const std::wstring &host;
   ThisMachine machine = {};
 
-  static const KeyList &Patterns(const HostRules &rules) {
-    static const KeyList kNone;
+  static const HostRules::EntryList &Patterns(const HostRules &rules) {
+    static const HostRules::EntryList kNone;
     return rules.walked == nullptr ? kNone : rules.walked->patterns;
   }
 
-  static const KeyList &Addresses(const HostRules &rules) {
-    static const KeyList kNone;
+  static const HostRules::EntryList &Addresses(const HostRules &rules) {
+    static const HostRules::EntryList kNone;
     return rules.walked == nullptr ? kNone : rules.walked->addresses;
   }
 
   const s32 *FindDomain(const HostRules &rules) {
     if (Patterns(rules).empty()) return nullptr;  // the domain's key would be one of them
     const std::optional<std::wstring> &key = machine.DomainKey();
-    return key ? rules.hosts.Find(*key) : nullptr;
+    return key ? rules.Find(*key) : nullptr;
   }
 
   // The strongest privilege of the rules whose host is written exactly as one of the machine's addresses; 0 for none.
@@ -639,7 +610,7 @@ struct ZEBRoleMapAlgorithm::Search {
     if (Addresses(rules).empty()) return strongest;
     for (const char *address : machine.Addresses()) {
       const auto wide = Widened(address);
-      const s32 *const privilege = wide ? rules.hosts.Find(*wide) : nullptr;
+      const s32 *const privilege = wide ? rules.Find(*wide) : nullptr;
       if (privilege != nullptr) strongest = std::max(strongest, *privilege);
     }
     return strongest;
@@ -651,10 +622,10 @@ struct ZEBRoleMapAlgorithm::Search {
     s32 strongest = 0;
     if (Addresses(rules).empty()) return strongest;
     for (const char *address : machine.Addresses()) {
-      for (const HostMap::Entry *entry : Addresses(rules)) {
-        const std::optional<std::string> key = Narrowed(entry->key);
+      for (const HostRules::Entry *entry : Addresses(rules)) {
+        const std::optional<std::string> key = Narrowed(std::wstring(entry->host));
         if (!key || CheckIPEqual(key->c_str(), address) != 1) continue;
-        strongest = std::max(strongest, entry->value);
+        strongest = std::max(strongest, entry->privilege);
         break;
       }
     }
@@ -664,13 +635,13 @@ struct ZEBRoleMapAlgorithm::Search {
   // The rules of one user. Nothing when none of them matches.
   std::optional<s32> DecideByUser(const HostRules &rules) {
     // Kept: a domain pattern matches a host that is part of the pattern, not one that is part of the domain.
-    for (const HostMap::Entry *entry : Patterns(rules)) {
-      if (MatchesPattern(entry->key, host)) return entry->value;
+    for (const HostRules::Entry *entry : Patterns(rules)) {
+      if (MatchesPattern(entry->host, host)) return entry->privilege;
     }
-    if (const s32 *privilege = rules.hosts.Find(host)) return *privilege;
+    if (const s32 *privilege = rules.Find(host)) return *privilege;
     if (const s32 strongest = StrongestOfEqualAddresses(rules); strongest != 0) return strongest;
     if (const s32 *privilege = FindDomain(rules)) return *privilege;
-    if (const s32 *privilege = rules.hosts.Find(WILDCARD)) return *privilege;
+    if (const s32 *privilege = rules.Find(WILDCARD)) return *privilege;
     return std::nullopt;
   }
 
@@ -681,58 +652,57 @@ struct ZEBRoleMapAlgorithm::Search {
       if (privilege != nullptr) strongest = std::max(strongest, *privilege);
     };
     for (const HostRules *rules : groups) {
-      for (const HostMap::Entry *entry : Patterns(*rules)) {
-        if (MatchesPattern(entry->key, host)) raise(&entry->value);
+      for (const HostRules::Entry *entry : Patterns(*rules)) {
+        if (MatchesPattern(entry->host, host)) raise(&entry->privilege);
       }
-      raise(rules->hosts.Find(host));
+      raise(rules->Find(host));
     }
     if (strongest != 0) return strongest;
     for (const HostRules *rules : groups) strongest = std::max(strongest, StrongestOfAddresses(*rules));
     if (strongest != 0) return strongest;
     for (const HostRules *rules : groups) raise(FindDomain(*rules));
     if (strongest != 0) return strongest;
-    for (const HostRules *rules : groups) raise(rules->hosts.Find(WILDCARD));
+    for (const HostRules *rules : groups) raise(rules->Find(WILDCARD));
     return strongest;
   }
 
   // The rules for anyone. 0 when none matches.
   s32 DecideByHost(const HostRules &rules) {
-    if (const s32 *privilege = rules.hosts.Find(host)) return *privilege;
+    if (const s32 *privilege = rules.Find(host)) return *privilege;
     if (const s32 strongest = StrongestOfAddresses(rules); strongest != 0) return strongest;
     if (const s32 *privilege = FindDomain(rules)) return *privilege;
-    if (const s32 *privilege = rules.hosts.Find(WILDCARD)) return *privilege;
+    if (const s32 *privilege = rules.Find(WILDCARD)) return *privilege;
     return 0;
   }
 };
 
 void ZEBRoleMapAlgorithm::GetUserPrivileges(ZEBRole &role) {
   role.nPerm = 0;
+  const std::shared_ptr<const Tables> tables = CurrentTables();
   Search search{.host = role.szHostName};
-  if (const HostRules *rules = m_UserLkupMap.Find(role.szUserName)) {
+  if (const HostRules *rules = Tables::Find(tables->users, role.szUserName)) {
     if (const std::optional<s32> privilege = search.DecideByUser(*rules)) {
       role.nPerm = *privilege;
       return;
     }
   }
-  if (!m_GroupLkupMap.entries.empty()) {
+  if (!tables->groups.empty()) {
     std::vector<const HostRules *> groups;
     for (const std::wstring &key : GroupKeysOf(role.szUserName)) {
-      if (const HostRules *rules = m_GroupLkupMap.Find(key)) groups.push_back(rules);
+      if (const HostRules *rules = Tables::Find(tables->groups, key)) groups.push_back(rules);
     }
     role.nPerm = search.DecideByGroups(groups);
     if (role.nPerm != 0) return;
   }
-  role.nPerm = search.DecideByHost(m_HostLkupMap);
+  role.nPerm = search.DecideByHost(tables->anyone);
 }
 
 s32 ZEBRoleMapAlgorithm::GetOSPrivilege(const astring *userName) {
   if (userName == nullptr) return 0;
-  EntryBuffer buffer;
-  passwd entry{};
-  const passwd *const account = FindAccount(userName, entry, buffer);
-  if (account == nullptr) return 0;
-  if (account->pw_uid == 0) return kAdministratorPrivilege;
-  const GroupList ids(*account);
+  const Account account(userName);
+  if (!account) return 0;
+  if (account.uid() == 0) return kAdministratorPrivilege;
+  const GroupList ids(account);
   const bool isInRootGroup = std::find(ids.begin(), ids.end(), gid_t{0}) != ids.end();
   return isInRootGroup ? kPowerUserPrivilege : kUserPrivilege;
 }

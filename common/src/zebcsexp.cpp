@@ -244,6 +244,109 @@ astring *KCSGetOSLocaleName(void) { return SUPTIntfGetOSLocaleName(); }
 astring *KCSGetOSLanguage(void) { return SUPTIntfGetOSLanguage(); }
 astring *KCSGetOSCountry(void) { return SUPTIntfGetOSCountry(); }
 
+// Key=value files
+
+KCSKVEntry *KCSCFGGetKeyValueEntries(const astring *pPathFileName, u32 *pKVTSize) {
+  const ExportContext context;
+  return CFGGetKeyValueEntries(pPathFileName, 0, pKVTSize);
+}
+KCSKVEntry *KCSCFGInstGetKeyValueEntries(const astring *pFileName, u32 *pKVTSize) {
+  const ExportContext context;
+  return CFGGetKeyValueEntries(pFileName, 1, pKVTSize);
+}
+astring *KCSCFGGetKeyValue(const KCSKVEntry *pKVTable, u32 kvtSize, const astring *pKeyName, u32 instance) {
+  const ExportContext context;
+  return CFGGetKeyValue(pKVTable, kvtSize, pKeyName, instance);
+}
+void KCSCFGFreeKeyValueEntries(KCSKVEntry *pKVTable, u32 kvtSize) {
+  const ExportContext context;
+  CFGFreeKeyValueEntries(pKVTable, kvtSize);
+}
+s32 KCSCFGSetKeyValue(const astring *pPathFileName, const KCSKVEntry *pKVEnt, u32 instance) {
+  const ExportContext context;
+  return CFGSetKeyValue(pPathFileName, 0, pKVEnt, instance);
+}
+s32 KCSCFGInstSetKeyValue(const astring *pFileName, const KCSKVEntry *pKVEnt, u32 instance) {
+  const ExportContext context;
+  return CFGSetKeyValue(pFileName, 1, pKVEnt, instance);
+}
+
+// Logs
+
+s32 KCSAppendToXMLLog(const astring *pPathFileName, u16 type, u32 eventID, const astring *pUserInfo,
+                      const astring *pSource, const astring *pEventDesc, const void *pData, u32 dataBufSize,
+                      u32 maxLogSize) {
+  const ExportContext context;
+  return AppendToXMLLog(pPathFileName, type, eventID, pUserInfo, pSource, pEventDesc, pData, dataBufSize, maxLogSize);
+}
+s32 KCSClearXMLLog(const astring *pPathFileName, const astring *pUserInfo, const astring *pSource) {
+  const ExportContext context;
+  return ClearXMLLog(pPathFileName, pUserInfo, pSource);
+}
+s32 KCSForceXMLLogExists(const astring *pPathFileName, const astring *pUserInfo, const astring *pSource) {
+  const ExportContext context;
+  return ForceXMLLogExists(pPathFileName, pUserInfo, pSource);
+}
+s32 KCSGetBackupXMLLogPathFileName(const astring *pPathFileName, astring *pBackup, u32 *pSize) {
+  const ExportContext context;
+  return GetBackupXMLLogPathFileName(pPathFileName, pBackup, pSize);
+}
+s32 KCSAppendToCmdLog(u32 cmdID, const astring *pUserInfo, const astring *pSource, const astring *pCmdDesc, u16 type) {
+  const ExportContext context;
+  return SUPTIntfAppendToCmdLog(cmdID, pUserInfo, pSource, pCmdDesc, type);
+}
+s32 KCSClearCmdLog(const astring *pUserInfo, const astring *pSource) {
+  const ExportContext context;
+  return SUPTIntfClearCmdLog(pUserInfo, pSource);
+}
+s32 KCSGetCmdLogSize(u32 *pSize) {
+  const ExportContext context;
+  return SUPTIntfGetCmdLogSize(pSize);
+}
+s32 KCSGetCmdLogMaxSize(u32 *pMaxSize) {
+  const ExportContext context;
+  return SUPTIntfGetCmdLogMaxSize(pMaxSize);
+}
+s32 KCSSetCmdLogMaxSize(u32 maxSize) {
+  const ExportContext context;
+  return SUPTIntfSetCmdLogMaxSize(maxSize);
+}
+astring *KCSGetCmdLogPathFileName(void) {
+  const ExportContext context;
+  return SUPTIntfGetCmdLogPathFileName();
+}
+s32 KCSAppendToOSLog(u16 type, u32 eventID, const ustring *pSource, const ustring *pEventDesc, const void *pData,
+                     u32 dataBufSize) {
+  const ExportContext context;
+  return AppendToOSLog(type, eventID, pSource, pEventDesc, pData, dataBufSize);
+}
+s32 KCSClearOSLog(const ustring *pSource) {
+  const ExportContext context;
+  return ClearOSLog(pSource);
+}
+
+// Rights, login and identity
+
+u32 KCSOpenRolemapFile(void) { return OSOpenRolemapFile(); }
+u32 KCSGetRightsUsingRolemap(void) { return OSGetRightsUsingRolemap(); }
+u32 KCSAuthenticateUser(const ustring *pDomainName, const ustring *pUserName, ustring *pPassword) {
+  return OSAuthenticateUser(pDomainName, pUserName, pPassword);
+}
+u32 KCSAuthorizeUser(const ustring *pDomainName, const ustring *pUserName) {
+  return OSAuthorizeUser(pDomainName, pUserName);
+}
+s16 KCSADAuthenticateUser(const ustring *pDomainName, const ustring *pUserName, ustring *pPassword,
+                          const ustring *pProductName, const ustring *pProductClass, const ustring *pProductDomain,
+                          const PrivilegeDefines *pd, booln useSSL, u16 *pPrivileges) {
+  return OSADAuthenticateUser(pDomainName, pUserName, pPassword, pProductName, pProductClass, pProductDomain, pd,
+                              useSSL, pPrivileges);
+}
+u32 KCSGetProcessRights(void) { return OSGetProcessRights(); }
+astring *KCSGetProcessUser(void) { return OSGetProcessUser(); }
+astring *KCSGetComputerDomainName(void) { return OSGetComputerDomainName(); }
+void *KCSGetOSDomainList(void) { return OSDomainList(); }
+s32 KCSOSGetType(void) { return OSGetType(); }
+
 // Network and digests
 
 s32 KCSGetIPHostName(astring *pName, u32 *pSize) { return GetIPHostName(pName, pSize); }

@@ -1,6 +1,6 @@
 /* The INI store: typed settings in text files that several processes share, and helpers for files.
  *
- * A file is read line by line, lines being ended by a line feed; more than 8449 bytes without one are several lines.
+ * A file is read line by line, lines being ended by a line feed; more than 8449 bytes with it are several lines.
  *   [section]   a header: blanks (spaces and tabs) may stand before "["; what follows the first "]" is ignored
  *   key=value   blanks before the key are skipped; nothing else is trimmed, and the first "=" splits
  *   ; or #      in the first column: a comment
@@ -16,8 +16,8 @@
  *   4 booln    "TRUE" or "FALSE"                   9 d64   with eight decimals
  *   5 u32      decimal
  *
- * Reads and writes take the process-wide file lock (frame.h) for the whole of their work on the file, so that
- * processes do not meet in the middle of a rewrite; two threads of one process can. The helpers for files take no lock.
+ * Reads and writes take the process-wide file lock (frame.h) for the whole of their work on the file, and keep the
+ * threads of a process apart, so that nobody meets them in the middle of a rewrite. The helpers for files take no lock.
  * The store keeps nothing between calls. */
 #ifndef ZEBCS_INI_H
 #define ZEBCS_INI_H

@@ -11,12 +11,13 @@
 // Privileges are cumulative masks: 0 none, 1 user, 3 power user, 7 administrator; the larger is the stronger.
 // Failures of the file are thrown as ZEBRoleMapFileReaderException; bad_alloc may pass as well.
 //
-// Threads: the reader's calls exclude each other, and so do loads of the tables. A lookup reads the tables without a
-// lock, and a record list is only valid until the next call that replaces it: a program whose threads look up while
-// the file may change holds a lock of its own around the four steps.
+// Threads: the reader's calls exclude each other, and so do loads of the tables. A lookup is answered from the tables
+// of one load, also while another goes on. A record list is only valid until the next call that replaces it: a program
+// whose threads load holds a lock of its own around these steps, as the entry points of rolemap.h do.
 #ifndef ZEBCS_ROLEMAP_HPP
 #define ZEBCS_ROLEMAP_HPP
 
+#include <atomic>
 #include <ctime>
 #include <deque>
 #include <exception>
@@ -121,7 +122,8 @@ class ZEBCS_API QXAuthFileRecord {
  private:
   std::wstring m_line;
   unsigned long m_lineNumber;
-  std::vector<std::unique_ptr<ZEBRole>> m_Roles;  // a deque would take half a kilobyte for the usual one grant
+  // Not a deque, which would take half a kilobyte for the usual one grant. What GetRoles hands out may be changed.
+  mutable std::vector<ZEBRole> m_Roles;
 };
 
 // The one reader of the role-map file.
@@ -171,7 +173,8 @@ class ZEBCS_API ZEBRoleMapAlgorithm {
 
   // Builds the tables, unless they are built already and the reader has not seen the file change since.
   // A group or "*" named twice for a host keeps the stronger privilege; a user named twice for a host is an error:
-  // throws DUPLICATE_ENTRY with the later line, and the tables then hold what stands before it.
+  // throws DUPLICATE_ENTRY with the later line, and the tables then hold what stands before it. Lookups go on meanwhile
+  // in the former tables, and never meet half of the new ones.
   void Initialize(const std::deque<QXAuthFileRecord *> &records);
 
   // Answers the privilege of role.szUserName coming from role.szHostName in role.nPerm, 0 for none. The host is
@@ -187,49 +190,21 @@ class ZEBCS_API ZEBRoleMapAlgorithm {
  private:
   friend class QXAuthFileReader;  // marks the tables stale
 
-  // A map from text to value, as an array in code-point order: it is built once, from sorted keys, and looked up from
-  // then on. Entries do not move after that.
-  template <class Value>
-  struct SortedMap {
-    struct Entry {
-      std::wstring key;
-      Value value;
-    };
-    std::vector<Entry> entries;
-
-    const Value *Find(const std::wstring &key) const;
-  };
-  using HostMap = SortedMap<s32>;
-
-  // The host keys of one user or group that a lookup has to walk, in order.
-  using KeyList = std::vector<const HostMap::Entry *>;
-  struct WalkedKeys {
-    KeyList patterns;   // contain "*."
-    KeyList addresses;  // may be an IP address
-
-    explicit WalkedKeys(const std::vector<HostMap::Entry> &hosts);
-  };
-
-  // The rules of one user or group.
-  struct HostRules {
-    HostMap hosts;
-    std::unique_ptr<WalkedKeys> walked;  // null for the usual rules, which have no such key
-  };
-  using RulesMap = SortedMap<HostRules>;
-
   struct Rule;
   struct SortKey;
+  struct HostRules;
+  struct Tables;
   struct Search;
 
   ZEBRoleMapAlgorithm();
   ~ZEBRoleMapAlgorithm();
-  void BuildTables(std::span<const SortKey> order);
+  void Publish(std::span<const SortKey> order);
+  std::shared_ptr<const Tables> CurrentTables() const;
 
   VornSupport::VornCriticalSectionObject m_CriticalSection;  // held by Initialize
-  RulesMap m_UserLkupMap;                                    // by user name
-  RulesMap m_GroupLkupMap;                                   // by group name with its "+"
-  HostRules m_HostLkupMap;                                   // for user name "*"
-  bool m_bInitialized = false;
+  mutable std::mutex m_TablesMutex;                          // held to take or replace the pointer, and no longer
+  std::shared_ptr<const Tables> m_pTables;                   // never null
+  std::atomic<bool> m_bInitialized = false;                  // cleared by the reader without the lock
 };
 
 #endif
