@@ -16,7 +16,10 @@ inline constexpr char kSharedExitStatuses[] =
     "             2  the command line cannot be understood\n"
     "             3  the output could not be written, or memory ran out";
 
+void AddConfCommands(CLI::App &app, int &exitStatus);
 void AddIniCommands(CLI::App &app, int &exitStatus);
+void AddLogCommands(CLI::App &app, int &exitStatus);
+void AddLoginCommands(CLI::App &app, int &exitStatus);  // login, rights and whoami
 void AddPathsCommand(CLI::App &app, int &exitStatus);
 void AddRolemapCommands(CLI::App &app, int &exitStatus);
 

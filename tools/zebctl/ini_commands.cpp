@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "files.h"
 #include "output.h"
 #include "status.h"
 #include "text.h"
@@ -391,12 +392,6 @@ int Get(const Arguments &arguments) {
   if (isFallback) Complain(ToText(arguments, status) + "The answer is the default.\n");
   Print(value->text + '\n');
   return kExitGood;
-}
-
-// Whether something could be added to the file without joining a last line that nobody has ended.
-bool EndsWithItsLine(const std::string &path) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path.c_str(), "re"), std::fclose);
-  return !file || std::fseek(file.get(), -1, SEEK_END) != 0 || std::fgetc(file.get()) == '\n';
 }
 
 int Set(const Arguments &arguments) {

@@ -35,9 +35,12 @@ int Run(int argc, char **argv) {
                          "             1  the answer is \"no\", or what was asked about is faulty\n") +
              kSharedExitStatuses);
   app.require_subcommand(1);
+  AddLoginCommands(app, exitStatus);
+  AddRolemapCommands(app, exitStatus);
+  AddLogCommands(app, exitStatus);
+  AddConfCommands(app, exitStatus);
   AddIniCommands(app, exitStatus);
   AddPathsCommand(app, exitStatus);
-  AddRolemapCommands(app, exitStatus);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp &) {
