@@ -29,13 +29,23 @@
 #include "guarded_buffer.h"
 #include "program.h"
 #include "sandbox.h"
+#include "shared_file.h"
 #include "zebcs/frame.h"
 #include "zebcs/ini.h"
 
 namespace {
 
 using sandbox::Channel;
+using sandbox::Exists;
+using sandbox::Files;
+using sandbox::FilesIn;
+using sandbox::FileState;
 using sandbox::GuardedBuffer;
+using sandbox::LockHolder;
+using sandbox::LockIsFree;
+using sandbox::ModeOf;
+using sandbox::Mount;
+using sandbox::NewSharedNumber;
 using sandbox::Process;
 using sandbox::TemporaryDirectory;
 
@@ -61,44 +71,7 @@ std::string Read(const std::string &path, const std::string &section, const std:
   return status == 0 ? value : "status " + std::to_string(status);
 }
 
-// All that a directory holds: the files with their bytes.
-using Files = std::map<std::string, std::string>;
-
-Files FilesIn(const std::string &directory) {
-  Files files;
-  for (const auto &entry : std::filesystem::directory_iterator(directory)) {
-    files[entry.path().filename()] = entry.is_regular_file() ? sandbox::ReadFile(entry.path()) : "(no file)";
-  }
-  return files;
-}
-
-// What changes about a file when somebody touches it.
-struct FileState {
-  explicit FileState(const std::string &path) : content(sandbox::ReadFile(path)) {
-    struct stat info = {};
-    EXPECT_EQ(stat(path.c_str(), &info), 0) << path;
-    inode = info.st_ino;
-    mode = info.st_mode;
-    modified = {info.st_mtim.tv_sec, info.st_mtim.tv_nsec};
-    changed = {info.st_ctim.tv_sec, info.st_ctim.tv_nsec};
-  }
-  bool operator==(const FileState &) const = default;
-
-  std::string content;
-  ino_t inode = 0;
-  mode_t mode = 0;
-  std::pair<time_t, long> modified;
-  std::pair<time_t, long> changed;
-};
-
 constexpr booln kSingleAttempts[] = {0, 2, -1};  // any value but 1
-
-mode_t ModeOf(const std::string &path) {
-  struct stat info = {};
-  return stat(path.c_str(), &info) == 0 ? info.st_mode : 0;
-}
-
-bool Exists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
 
 std::vector<std::string> LinesOf(const std::string &text) {
   std::vector<std::string> lines;
@@ -116,80 +89,6 @@ std::vector<std::string> WithoutLines(std::vector<std::string> lines, const std:
   }
   return lines;
 }
-
-// Another process that has the lock while the object lives, or until it is told to release it.
-class LockHolder {
- public:
-  LockHolder() {
-    m_isReady = m_process.Start([](Channel &channel) {
-      channel.Put(FileLock(0) == 1 ? "held" : "failed");
-      if (channel.Get() != "release") return 1;
-      FileUnlock();
-      channel.Put("released");
-      return 0;
-    }) && m_process.Receive() == "held";
-  }
-  explicit operator bool() const { return m_isReady; }
-
-  void Release() {
-    m_process.Send("release");
-    EXPECT_EQ(m_process.Receive(), "released");
-    EXPECT_EQ(m_process.Wait(), 0);
-  }
-
- private:
-  Process m_process;
-  bool m_isReady = false;
-};
-
-// Whether the lock is free, asked by another process.
-bool LockIsFree() {
-  Process other;
-  return other.Start([](Channel &) { return FileLock(0); }) && other.Wait() == 1;
-}
-
-// A number that this process and those which it starts share, 0 at first.
-std::atomic<int> &NewSharedNumber() {
-  void *const memory =
-      mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) std::abort();
-  return *new (memory) std::atomic<int>(0);
-}
-
-// Something mounted while the object lives.
-class Mount {
- public:
-  Mount() = default;
-  Mount(const Mount &) = delete;
-  Mount &operator=(const Mount &) = delete;
-  ~Mount() {
-    if (m_path.empty()) return;
-    EXPECT_EQ(umount2(m_path.c_str(), MNT_DETACH), 0) << std::strerror(errno);
-  }
-
-  bool SmallDisk(const std::string &path, const char *options) {
-    return MountAt(path, mount("tmpfs", path.c_str(), "tmpfs", 0, options));
-  }
-  bool OverItself(const std::string &path) {
-    return MountAt(path, mount(path.c_str(), path.c_str(), nullptr, MS_BIND, nullptr));
-  }
-  bool ReadOnly(const std::string &path) {
-    constexpr unsigned long kFlags = MS_REMOUNT | MS_BIND | MS_RDONLY | MS_NOSUID | MS_NODEV;
-    return OverItself(path) && MountAt(path, mount(nullptr, path.c_str(), nullptr, kFlags, nullptr));
-  }
-
- private:
-  bool MountAt(const std::string &path, int result) {
-    if (result == 0) {
-      m_path = path;
-    } else {
-      ADD_FAILURE() << "mount at " << path << ": " << std::strerror(errno);
-    }
-    return result == 0;
-  }
-
-  std::string m_path;
-};
 
 }  // namespace
 
@@ -1260,4 +1159,68 @@ TEST(AppendValue, FileBelowAFileDoesNotExist) {
   EXPECT_EQ(Remove(directory.Path("plain/b.ini"), "s", "key"), SM_STATUS_BAD_SIZE);
   EXPECT_EQ(Write(directory.Path("plain/b.ini"), "s", "key", "1"), SM_STATUS_NOT_FOUND);
   EXPECT_EQ(FilesIn(directory.path()), (Files{{"plain", "text"}}));
+}
+
+TEST(TemporaryFile, OtherNameOfTheFileIsRefused) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path("a.ini");
+  ASSERT_TRUE(sandbox::WriteFile(path, "[s]\nkey=1\nother=2\n"));
+  ASSERT_EQ(link(path.c_str(), directory.Path(kTemporaryName).c_str()), 0);
+  EXPECT_EQ(Write(path, "s", "key", "2"), SM_STATUS_NOT_FOUND) << "emptying it would empty the file";
+  EXPECT_EQ(sandbox::ReadFile(path), "[s]\nkey=1\nother=2\n");
+}
+
+TEST(Threads, DoNotLoseEachOthersUpdates) {
+  constexpr int kThreads = 4;
+  constexpr int kKeys = 50;
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path("a.ini");
+  ASSERT_TRUE(sandbox::WriteFile(path, "[s]\n"));
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&path, t] {
+      for (int i = 0; i < kKeys; ++i) {
+        const std::string key = Name("key", t * kKeys + i);
+        // Whether a call may wait for other processes makes no difference: there are none.
+        EXPECT_EQ(Write(path, "s", key, "value", static_cast<booln>(i % 2)), 0);
+        EXPECT_EQ(Read(path, "s", key), "value");
+      }
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+  for (int i = 0; i < kThreads * kKeys; ++i) EXPECT_EQ(Read(path, "s", Name("key", i)), "value");
+  EXPECT_EQ(FilesIn(directory.path()).size(), 1u);
+}
+
+TEST(Threads, CallThatMustNotWaitIsToldOfAnotherProcess) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path("a.ini");
+  ASSERT_TRUE(sandbox::WriteFile(path, "[s]\nkey=1\n"));
+  LockHolder holder;
+  ASSERT_TRUE(holder);
+  std::thread waiting([&path] { EXPECT_EQ(Write(path, "s", "key", "2"), 0); });
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(Write(path, "s", "key", "3", 0), SM_STATUS_LOCK_TIMEOUT) << "also while a thread waits";
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  holder.Release();
+  waiting.join();
+  EXPECT_EQ(Read(path, "s", "key"), "2");
+}
+
+TEST(Threads, ChildOfAProcessAtWorkCanWork) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path("a.ini");
+  ASSERT_TRUE(sandbox::WriteFile(path, "[s]\nkey=1\n"));
+  std::atomic<bool> isEnding = false;
+  std::thread busy([&path, &isEnding] {
+    while (!isEnding) EXPECT_EQ(Write(path, "s", "key", "2"), 0);
+  });
+  for (int i = 0; i < 30; ++i) {
+    Process child(std::chrono::seconds(30));
+    EXPECT_TRUE(child.Start([&path](Channel &) { return Read(path, "s", "key") == "2" ? 0 : 1; }));
+    EXPECT_EQ(child.Wait(), 0) << "what another thread held does not come along";
+  }
+  isEnding = true;
+  busy.join();
 }
