@@ -22,6 +22,9 @@ void AddXMLBenchmarks();
 void AddXMLBufBenchmarks();
 void AddNumberBenchmarks();
 void AddINIBenchmarks();
+void AddKeyValueBenchmarks();
+void AddLogBenchmarks();
+void AddRightsBenchmarks();
 void AddDigestBenchmarks();
 void AddFrameBenchmarks();
 

@@ -82,6 +82,9 @@ int main(int argc, char **argv) {
   AddXMLBufBenchmarks();
   AddNumberBenchmarks();
   AddINIBenchmarks();
+  AddKeyValueBenchmarks();
+  AddLogBenchmarks();
+  AddRightsBenchmarks();
   AddDigestBenchmarks();
   AddFrameBenchmarks();
   GroupReporter reporter;
