@@ -8,7 +8,9 @@ if [ -z "${ZEBCS_SANDBOX:-}" ] || [ ! -w "${ZEBCS_SANDBOX_TMP:-/nonexistent}" ] 
 fi
 
 zebctl=$(realpath "$1")
+samples=$(realpath samples)
 rolemap=/opt/vorn/fleetops/etc/zebrolemap
+properties=/opt/vorn/fleetops/etc/kelvestane/zeb/ini
 
 bold='' plain=''
 if [ -t 1 ]; then bold=$'\033[1m' plain=$'\033[0m'; fi
@@ -22,6 +24,13 @@ run() {
   "$zebctl" "$@" 2>&1 || status=$?
   [ "$status" -eq 0 ] || printf '(exit status %s)\n' "$status"
   [ "$status" -eq "$expected" ] || { echo "The demo failed: exit status $expected was expected." >&2; exit 1; }
+}
+
+# login STATUS PASSWORD ARGUMENTS...: the same for a login, with the password as its standard input.
+login() {
+  local expected=$1 password=$2
+  shift 2
+  printf '%s\n' "$password" | run "$expected" login "$@"
 }
 
 cat >/etc/passwd <<'ACCOUNTS'
@@ -39,10 +48,26 @@ carol:x:1003:
 operators:x:2000:bob,carol
 helpdesk:x:2001:carol
 GROUPS
+# The passwords are those that the logins below use.
+cat >/etc/shadow <<'SHADOW'
+root:*:19000:0:99999:7:::
+alice:$6$alicedemo$HH4mQvd3fCY7HyYANvqVbP5kR0gGNAg6ov0KP2lmnBmnEkjU95j7/VuVSLsw3hVtcW.kp3vQQM4IKku6ufUoD0:19000:0:99999:7:::
+bob:$6$bobdemo$thi.gjH4H7Nu6FpqUlhPdzxuecKkqSQXqSPiRaPMukHLZP7RxUmenUGaj/oREJSIB07pbgg2hUKOiv4YY/KDz.:19000:0:99999:7:::
+carol:$6$caroldemo$x6mke/oAEfOiJxOspUyWnJ9IDq6BfCtAFx9o8qQXuJxEXv59Riu79Csd2voziNr2zeffBq0bIsE3avlmoZWy80:19000:0:99999:7::19500:
+dave:!:19000:0:99999:7:::
+SHADOW
+chmod 0640 /etc/shadow
+cp "$samples/pam-qxauth" /etc/pam.d/qxauth
+mkdir -p "$properties"
+cp "$samples/zeb.properties" "$properties/"
 
 say "The accounts and groups of this machine, $(uname -n) in the domain $(cat /proc/sys/kernel/domainname)"
 cut -d: -f1,3-5 /etc/passwd
 cut -d: -f1,3- /etc/group
+
+say "How the agent proves a password: its PAM service, which asks the shadow file. Carol's account expired long ago."
+grep -v '^#' /etc/pam.d/qxauth
+sed 's/:\$6\$\([a-z]*\)\$[^:]*/:(SHA-512 hash, salt \1)/' /etc/shadow
 
 say "Its role map: who is what when coming from where. A + stands in front of a group, a * for anyone or anywhere."
 cat >"$rolemap" <<'ROLEMAP'
@@ -61,7 +86,23 @@ cat "$rolemap"
 say "What the library reads in it: each name on each host is a grant."
 run 0 rolemap check
 
-say "Alice is an administrator at a console and a user elsewhere: her own rules decide. Case does not matter in hosts."
+say "Alice logs in with her password. Without a domain her rights are those on this machine."
+login 0 orange-kite-7 alice
+
+say "From a console she is an administrator: the domain of a login is where the user comes from."
+run 0 rights alice@console1
+run 0 rights 'CONSOLE2\alice'
+
+say "A wrong password is refused, and so is Carol, with the right one, as her account has expired, and Dave, who has none."
+login 1 orange-kite-8 alice
+login 1 copper-lamp-5 carol
+login 1 anything dave
+
+say "Why Bob is what he is: the line that decides."
+login 0 quiet-harbour-3 bob
+run 0 rolemap explain bob laptop
+
+say "The same questions without a login. Alice's own rules decide, and case does not matter in hosts."
 run 0 rolemap privilege alice Console1
 run 0 rolemap privilege alice laptop
 
@@ -91,8 +132,21 @@ echo "eve * operator" >>"$rolemap"
 tail -n 1 "$rolemap"
 run 1 rolemap check
 
-say "... and the library's built-in default records stand in for the file until it is corrected: Bob is a mere user."
-run 0 rolemap privilege bob laptop
+say "... and the library's built-in default records stand in for the file until it is corrected: Bob is a mere user now."
+login 0 quiet-harbour-3 bob
+
+say "A new role map is better judged before it is put in place: every fault with its line, not only the first."
+candidate=$ZEBCS_SANDBOX_TMP/zebrolemap
+cat >"$candidate" <<'ROLEMAP'
+alice      console1      administrator
+alice      console1      user
++nosuchgroup  *          poweruser
+bob        host1, host2  user
+eve        *             operator
+ROLEMAP
+chmod 0640 "$candidate"
+cat "$candidate"
+run 1 rolemap check --file "$candidate"
 
 say "A file that other accounts may read is refused too, until its permissions are 0640 again."
 sed -i '$d' "$rolemap"
@@ -100,6 +154,12 @@ chmod 0644 "$rolemap"
 run 1 rolemap check
 chmod 0640 "$rolemap"
 run 0 rolemap privilege bob laptop
+
+say "What the agent's users did stands in the command log, with what the role map's readers found there."
+run 0 log append 5301 "fan threshold set to 70 %" --user alice --source console
+run 0 log show
+run 0 log max
+run 0 conf get --product zeb/ini/zeb.properties preferences.system.cmdlogmaxsize
 
 say "Settings are in INI files. What is written into one has a type, and is checked before."
 cd "$ZEBCS_SANDBOX_TMP"
