@@ -19,9 +19,9 @@ constexpr char kFile[] = "/opt/vorn/fleetops/etc/zebrolemap";
 constexpr char kAccessFile[] = "/etc/bench-access.conf";
 constexpr int kUsers = 200;  // in the account database, and as many rules
 
-u32 RightsOf(const char *spec) {
+u32 RightsOf(const char *user) {
   char text[64];
-  std::strcpy(text, spec);
+  std::strcpy(text, user);
   return get_user_rights(text);
 }
 

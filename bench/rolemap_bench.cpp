@@ -178,16 +178,16 @@ void CompareLoads(int lines) {
 
 constexpr char kSudoers[] = "/tmp/zebcs-bench-sudoers";
 
-u32 RightsOf(std::string spec) { return get_user_rights(spec.data()); }
+u32 RightsOf(std::string user) { return get_user_rights(user.data()); }
 
 double TimeQueryAfterChange() {
   const Line line = MixedLine(1);
-  const std::string spec = line.name + "@" + line.host;
-  Require(RightsOf(spec) == 3, "the rights differ");
+  const std::string user = line.name + "@" + line.host;
+  Require(RightsOf(user) == 3, "the rights differ");
   const timespec times[] = {{.tv_sec = 1000000000, .tv_nsec = 0}, {.tv_sec = 1000000000, .tv_nsec = 0}};
   Require(utimensat(AT_FDCWD, kFile, times, 0) == 0, "the role map cannot be touched");
   const double start = Milliseconds();
-  const u32 rights = RightsOf(spec);
+  const u32 rights = RightsOf(user);
   const double time = Milliseconds() - start;
   Require(rights == 3, "the rights differ");
   return time;

@@ -41,7 +41,7 @@ void WriteRoleMap(const std::string &text, mode_t mode = 0640) {
 }
 
 // Asks with a copy, as the text is altered.
-u32 RightsOf(std::string spec) { return get_user_rights(spec.data()); }
+u32 RightsOf(std::string userSpec) { return get_user_rights(userSpec.data()); }
 
 s32 Granted(const std::wstring &user, const std::wstring &host) {
   ZEBRole role{user, host, 0};
@@ -130,7 +130,7 @@ using GetRightsUsingRolemap = Rights;
 
 TEST_F(GetUserRights, UserAndHostAreTakenApart) {
   const struct {
-    std::string_view spec;
+    std::string_view userSpec;
     const char *user;
     const char *host;
     std::string_view left;
@@ -170,11 +170,11 @@ TEST_F(GetUserRights, UserAndHostAreTakenApart) {
   for (const auto &c : cases) {
     // The second items give an empty name and an empty host a column to stand in.
     WriteRoleMap(std::string(c.user) + ",other " + c.host + ",other poweruser\n* * user\n");
-    const sandbox::GuardedBuffer text(c.spec.size() + 1);
-    std::memcpy(text.data<char>(), std::string(c.spec).c_str(), text.size());
-    EXPECT_EQ(get_user_rights(text.data<char>()), 3u) << c.spec;
+    const sandbox::GuardedBuffer text(c.userSpec.size() + 1);
+    std::memcpy(text.data<char>(), std::string(c.userSpec).c_str(), text.size());
+    EXPECT_EQ(get_user_rights(text.data<char>()), 3u) << c.userSpec;
     const std::string expected = std::string(c.left) + '\0';
-    EXPECT_EQ(std::string(text.data<char>(), text.size()), expected) << c.spec;
+    EXPECT_EQ(std::string(text.data<char>(), text.size()), expected) << c.userSpec;
   }
   EXPECT_EQ(CommandLog(), "");
 }
@@ -213,7 +213,7 @@ TEST_F(GetUserRights, NameAloneIsAUserOnThisMachine) {
 TEST_F(GetUserRights, SystemRaisesWhatTheRoleMapGrants) {
   const char *const roles[] = {"", "user", "poweruser", "administrator"};
   const struct {
-    const char *spec;
+    const char *userSpec;
     u32 expected[4];  // by the roles above
   } cases[] = {
       {"alice@h", {0, 1, 3, 7}},
@@ -236,14 +236,15 @@ TEST_F(GetUserRights, SystemRaisesWhatTheRoleMapGrants) {
                            "staff:x:50:\nwheel:x:10:alice\nroot:x:0:eve\n"));
   for (size_t role = 0; role < std::size(roles); ++role) {
     WriteRoleMap("nobody-else nowhere user\n" + (*roles[role] ? "* * "s + roles[role] + "\n" : ""s));
-    for (const auto &c : cases) EXPECT_EQ(RightsOf(c.spec), c.expected[role]) << c.spec << " as " << roles[role];
+    for (const auto &c : cases)
+      EXPECT_EQ(RightsOf(c.userSpec), c.expected[role]) << c.userSpec << " as " << roles[role];
   }
 }
 
 TEST_F(GetUserRights, KeptHostBeforeABackslashIsTheAccountThatTheSystemIsAskedAbout) {
   const char *const roles[] = {"", "user", "poweruser", "administrator"};
   const struct {
-    const char *spec;
+    const char *userSpec;
     u32 expected[4];  // by the roles above
   } cases[] = {
       {"root\\alice", {kSuperuser, kSuperuser, kSuperuser, kSuperuser}},
@@ -258,7 +259,8 @@ TEST_F(GetUserRights, KeptHostBeforeABackslashIsTheAccountThatTheSystemIsAskedAb
   };
   for (size_t role = 0; role < std::size(roles); ++role) {
     WriteRoleMap("nobody-else nowhere user\n" + (*roles[role] ? "* * "s + roles[role] + "\n" : ""s));
-    for (const auto &c : cases) EXPECT_EQ(RightsOf(c.spec), c.expected[role]) << c.spec << " as " << roles[role];
+    for (const auto &c : cases)
+      EXPECT_EQ(RightsOf(c.userSpec), c.expected[role]) << c.userSpec << " as " << roles[role];
   }
 }
 

@@ -100,18 +100,18 @@ astring *SplitAt(astring *pSeparator) {
   return rest;
 }
 
-// What the role map grants the user that a specification names, which is taken apart in place.
-s32 RolemapPrivilegeOf(astring *pSpec) {
-  if (astring *const at = std::strchr(pSpec, '@')) {
+// What the role map grants the user that a text such as "name@host" names, which is taken apart in place.
+s32 RolemapPrivilegeOf(astring *pUserSpec) {
+  if (astring *const at = std::strchr(pUserSpec, '@')) {
     const astring *const host = SplitAt(at);
-    return RolemapPrivilege(pSpec, host);
+    return RolemapPrivilege(pUserSpec, host);
   }
-  if (astring *const backslash = std::strchr(pSpec, '\\')) {
+  if (astring *const backslash = std::strchr(pUserSpec, '\\')) {
     // Kept: the text ends with the host now, so that the operating system is asked about an account of that name.
     const astring *const user = SplitAt(backslash);
-    return RolemapPrivilege(user, pSpec);
+    return RolemapPrivilege(user, pUserSpec);
   }
-  return RolemapPrivilege(pSpec, ThisHost().Name());
+  return RolemapPrivilege(pUserSpec, ThisHost().Name());
 }
 
 // Reads a text of an INI file. False when there is none.

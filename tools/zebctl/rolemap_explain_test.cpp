@@ -422,8 +422,8 @@ TEST_P(ZebctlRolemapExplainRandom, AgreesWithTheLibrary) {
       const std::string host = Pick(random, callers);
       const json answer = ExplainInJSON(user, host);
       EXPECT_EQ(answer["agrees"], true) << text << user << ' ' << host;
-      std::string specification = user + '@' + host;
-      EXPECT_EQ(answer["rights"]["nameAtHost"], get_user_rights(specification.data())) << text << user << ' ' << host;
+      std::string userAtHost = user + '@' + host;
+      EXPECT_EQ(answer["rights"]["nameAtHost"], get_user_rights(userAtHost.data())) << text << user << ' ' << host;
       for (const json &rule : answer["decidedBy"]) {
         const std::string name =
             rule["name"].get<std::string>() + "\" and the host \"" + rule["host"].get<std::string>();
