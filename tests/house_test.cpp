@@ -31,6 +31,8 @@ const std::map<std::string, int> kFloors = {
     {"cichar_string", 3},    {"cichar_encoding", 3},
     {"cichar_transcode", 3}, {"cichar_xml", 3},
     {"cichar_number", 3},    {"cichar_param", 3},
+    {"zebcs/hashid.h", 0},   {"hashid", 3},
+    {"zebcs/list.h", 2},     {"lnklst", 3},
     {"zebcs/xmlbuf.h", 3},   {"zebcs/ini.h", 3},
     {"zebcs/net.h", 3},      {"ipsupt", 4},
     {"csxmlsup", 4},         {"xml_buffer_owner.h", 4},

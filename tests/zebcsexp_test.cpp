@@ -211,6 +211,36 @@ constexpr Forwarder kForwarders[] = {
     {"KCSGetComputerDomainName", Same<&KCSGetComputerDomainName, &OSGetComputerDomainName>()},
     {"KCSGetOSDomainList", Same<&KCSGetOSDomainList, &OSDomainList>()},
     {"KCSOSGetType", Same<&KCSOSGetType, &OSGetType>()},
+    {"KCSSLListAlloc", Same<&KCSSLListAlloc, &SLListAlloc>()},
+    {"KCSDLListAlloc", Same<&KCSDLListAlloc, &DLListAlloc>()},
+    {"KCSSLListFree", Same<&KCSSLListFree, &SLListFree>()},
+    {"KCSDLListFree", Same<&KCSDLListFree, &DLListFree>()},
+    {"KCSSLListEntryAlloc", Same<&KCSSLListEntryAlloc, &SLListEntryAlloc>()},
+    {"KCSDLListEntryAlloc", Same<&KCSDLListEntryAlloc, &DLListEntryAlloc>()},
+    {"KCSSLListEntryFree", Same<&KCSSLListEntryFree, &SLListEntryFree>()},
+    {"KCSDLListEntryFree", Same<&KCSDLListEntryFree, &DLListEntryFree>()},
+    {"KCSSLListInsertEntryAtTail", Same<&KCSSLListInsertEntryAtTail, &SLListInsertEntryAtTail>()},
+    {"KCSDLListInsertEntryAtTail", Same<&KCSDLListInsertEntryAtTail, &DLListInsertEntryAtTail>()},
+    {"KCSSLListInsertEntryAtHead", Same<&KCSSLListInsertEntryAtHead, &SLListInsertEntryAtHead>()},
+    {"KCSDLListInsertEntryAtHead", Same<&KCSDLListInsertEntryAtHead, &DLListInsertEntryAtHead>()},
+    {"KCSSLListInsertOrdered", Same<&KCSSLListInsertOrdered, &SLListInsertOrdered>()},
+    {"KCSDLListInsertOrdered", Same<&KCSDLListInsertOrdered, &DLListInsertOrdered>()},
+    {"KCSSLListInsertKeyed", Same<&KCSSLListInsertKeyed, &SLListInsertKeyed>()},
+    {"KCSDLListInsertKeyed", Same<&KCSDLListInsertKeyed, &DLListInsertKeyed>()},
+    {"KCSSLListDeleteEntry", Same<&KCSSLListDeleteEntry, &SLListDeleteEntry>()},
+    {"KCSDLListDeleteEntry", Same<&KCSDLListDeleteEntry, &DLListDeleteEntry>()},
+    {"KCSSLListRemoveEntryAtHead", Same<&KCSSLListRemoveEntryAtHead, &SLListRemoveEntryAtHead>()},
+    {"KCSDLListRemoveEntryAtHead", Same<&KCSDLListRemoveEntryAtHead, &DLListRemoveEntryAtHead>()},
+    {"KCSSLListRemoveEntryAtTail", Same<&KCSSLListRemoveEntryAtTail, &SLListRemoveEntryAtTail>()},
+    {"KCSDLListRemoveEntryAtTail", Same<&KCSDLListRemoveEntryAtTail, &DLListRemoveEntryAtTail>()},
+    {"KCSHashTableBytesNeeded", Same<&KCSHashTableBytesNeeded, &HashTableBytesNeeded>()},
+    {"KCSClearHashTable", Same<&KCSClearHashTable, &ClearHashTable>()},
+    {"KCSAcquireHashID", Same<&KCSAcquireHashID, &AcquireHashID>()},
+    {"KCSVerifyHashID", Same<&KCSVerifyHashID, &VerifyHashID>()},
+    {"KCSReleaseHashID", Same<&KCSReleaseHashID, &ReleaseHashID>()},
+    {"KCSGetMaxInUseID", Same<&KCSGetMaxInUseID, &GetMaxInUseID>()},
+    {"KCSFindFirstHashID", Same<&KCSFindFirstHashID, &FindFirstHashID>()},
+    {"KCSFindNextHashID", Same<&KCSFindNextHashID, &FindNextHashID>()},
 };
 
 // KCS functions that do their work themselves.
@@ -258,8 +288,8 @@ std::vector<std::string> ExportedByLibrary() {
 std::set<std::string> DeclaredInHeaders() {
   std::set<std::string> names;
   const std::regex declaration("\\nZEBCS_API [^(;]*?(\\w+)[(;]");
-  for (const char *header : {"auth", "dasupport", "encoding", "frame", "ini", "ipc", "keyvalue", "logs", "net",
-                             "number", "param", "product", "rolemap", "unistr", "xmlbuf"}) {
+  for (const char *header : {"auth", "dasupport", "encoding", "frame", "hashid", "ini", "ipc", "keyvalue", "list",
+                             "logs", "net", "number", "param", "product", "rolemap", "unistr", "xmlbuf"}) {
     const std::string text = ReadSource(std::string("include/zebcs/") + header + ".h");
     for (std::sregex_iterator match(text.begin(), text.end(), declaration), end; match != end; ++match) {
       names.insert((*match)[1]);

@@ -347,6 +347,58 @@ astring *KCSGetComputerDomainName(void) { return OSGetComputerDomainName(); }
 void *KCSGetOSDomainList(void) { return OSDomainList(); }
 s32 KCSOSGetType(void) { return OSGetType(); }
 
+// Linked lists
+
+KCSSLList *KCSSLListAlloc(void) { return SLListAlloc(); }
+KCSDLList *KCSDLListAlloc(void) { return DLListAlloc(); }
+void KCSSLListFree(KCSSLList *pList) { SLListFree(pList); }
+void KCSDLListFree(KCSDLList *pList) { DLListFree(pList); }
+KCSSLListEntry *KCSSLListEntryAlloc(u32 entryDataSize) { return SLListEntryAlloc(entryDataSize); }
+KCSDLListEntry *KCSDLListEntryAlloc(u32 entryDataSize) { return DLListEntryAlloc(entryDataSize); }
+void KCSSLListEntryFree(KCSSLListEntry *pEntry) { SLListEntryFree(pEntry); }
+void KCSDLListEntryFree(KCSDLListEntry *pEntry) { DLListEntryFree(pEntry); }
+void KCSSLListInsertEntryAtTail(KCSSLList *pList, KCSSLListEntry *pEntry) { SLListInsertEntryAtTail(pList, pEntry); }
+void KCSDLListInsertEntryAtTail(KCSDLList *pList, KCSDLListEntry *pEntry) { DLListInsertEntryAtTail(pList, pEntry); }
+void KCSSLListInsertEntryAtHead(KCSSLList *pList, KCSSLListEntry *pEntry) { SLListInsertEntryAtHead(pList, pEntry); }
+void KCSDLListInsertEntryAtHead(KCSDLList *pList, KCSDLListEntry *pEntry) { DLListInsertEntryAtHead(pList, pEntry); }
+s32 KCSSLListInsertOrdered(KCSSLList *pList, KCSSLListEntry *pEntry, PFNSLLISTCMP pfnCmp) {
+  return SLListInsertOrdered(pList, pEntry, pfnCmp);
+}
+s32 KCSDLListInsertOrdered(KCSDLList *pList, KCSDLListEntry *pEntry, PFNDLLISTCMP pfnCmp) {
+  return DLListInsertOrdered(pList, pEntry, pfnCmp);
+}
+s32 KCSSLListInsertKeyed(KCSSLList *pList, KCSSLListEntry *pEntry, PFNSLLISTCMP pfnCmp) {
+  return SLListInsertKeyed(pList, pEntry, pfnCmp);
+}
+s32 KCSDLListInsertKeyed(KCSDLList *pList, KCSDLListEntry *pEntry, PFNDLLISTCMP pfnCmp) {
+  return DLListInsertKeyed(pList, pEntry, pfnCmp);
+}
+void KCSSLListDeleteEntry(KCSSLList *pList, KCSSLListEntry *pEntry) { SLListDeleteEntry(pList, pEntry); }
+void KCSDLListDeleteEntry(KCSDLList *pList, KCSDLListEntry *pEntry) { DLListDeleteEntry(pList, pEntry); }
+KCSSLListEntry *KCSSLListRemoveEntryAtHead(KCSSLList *pList) { return SLListRemoveEntryAtHead(pList); }
+KCSDLListEntry *KCSDLListRemoveEntryAtHead(KCSDLList *pList) { return DLListRemoveEntryAtHead(pList); }
+KCSSLListEntry *KCSSLListRemoveEntryAtTail(KCSSLList *pList) { return SLListRemoveEntryAtTail(pList); }
+KCSDLListEntry *KCSDLListRemoveEntryAtTail(KCSDLList *pList) { return DLListRemoveEntryAtTail(pList); }
+
+// Identifiers
+
+u32 KCSHashTableBytesNeeded(u32 maxHashID) { return HashTableBytesNeeded(maxHashID); }
+s32 KCSClearHashTable(void *pHashTable, u32 hashTableSize) { return ClearHashTable(pHashTable, hashTableSize); }
+u32 KCSAcquireHashID(void *pHashTable, u32 hashTableSize) { return AcquireHashID(pHashTable, hashTableSize); }
+s32 KCSVerifyHashID(const void *pHashTable, u32 hashTableSize, u32 hashID) {
+  return VerifyHashID(pHashTable, hashTableSize, hashID);
+}
+s32 KCSReleaseHashID(void *pHashTable, u32 hashTableSize, u32 hashID) {
+  return ReleaseHashID(pHashTable, hashTableSize, hashID);
+}
+u32 KCSGetMaxInUseID(const void *pHashTable, u32 hashTableSize) { return GetMaxInUseID(pHashTable, hashTableSize); }
+u32 KCSFindFirstHashID(const void *pHashTable, u32 hashTableSize, u32 *pHashIndex, u32 *pBitIndex) {
+  return FindFirstHashID(pHashTable, hashTableSize, pHashIndex, pBitIndex);
+}
+u32 KCSFindNextHashID(const void *pHashTable, u32 hashTableSize, u32 *pHashIndex, u32 *pBitIndex) {
+  return FindNextHashID(pHashTable, hashTableSize, pHashIndex, pBitIndex);
+}
+
 // Network and digests
 
 s32 KCSGetIPHostName(astring *pName, u32 *pSize) { return GetIPHostName(pName, pSize); }

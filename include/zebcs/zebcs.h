@@ -6,9 +6,11 @@
 #include <zebcs/dasupport.h>
 #include <zebcs/encoding.h>
 #include <zebcs/frame.h>
+#include <zebcs/hashid.h>
 #include <zebcs/ini.h>
 #include <zebcs/ipc.h>
 #include <zebcs/keyvalue.h>
+#include <zebcs/list.h>
 #include <zebcs/logs.h>
 #include <zebcs/net.h>
 #include <zebcs/number.h>
