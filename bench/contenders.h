@@ -23,6 +23,7 @@ void AddXMLBufBenchmarks();
 void AddNumberBenchmarks();
 void AddINIBenchmarks();
 void AddKeyValueBenchmarks();
+void AddListBenchmarks();
 void AddLogBenchmarks();
 void AddRightsBenchmarks();
 void AddDigestBenchmarks();

@@ -84,6 +84,7 @@ int main(int argc, char **argv) {
   AddINIBenchmarks();
   AddKeyValueBenchmarks();
   AddLogBenchmarks();
+  AddListBenchmarks();
   AddRightsBenchmarks();
   AddDigestBenchmarks();
   AddFrameBenchmarks();

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <ctime>
 #include <limits>
+#include <mutex>
 #include <string_view>
 
 #include "owners.h"
@@ -154,6 +155,14 @@ void PutDecimal(astring *pDest, Integer value) {
 bool IsPlainFloatingPoint() {
   const char *const point = nl_langinfo(RADIXCHAR);
   return point[0] == '.' && point[1] == 0 && _MM_GET_ROUNDING_MODE() == _MM_ROUND_NEAREST;
+}
+
+// Looks the time zone up anew: localtime_r and ctime_r would stay with the one that the process began with. One thread
+// at a time, as the C library has it in any case, but where the thread sanitizer does not see it.
+void UseCurrentZone() {
+  static std::mutex l_mutex;
+  const std::lock_guard lock(l_mutex);
+  tzset();
 }
 
 s32 Validity(bool isValid) { return isValid ? SM_STATUS_SUCCESS : SM_STATUS_INVALID_INPUT; }
@@ -321,13 +330,13 @@ void DoubleToASCII(astring *pDest, d64 value) {
 void DSTFix(time_t *pTimer) {
   constexpr time_t kHour = 3600;
   tm local{};
-  tzset();  // localtime_r alone would stay with the zone that the process began with
+  UseCurrentZone();
   if (pTimer != nullptr && localtime_r(pTimer, &local) != nullptr && local.tm_isdst > 0) *pTimer += kHour;
 }
 
 s32 TimeToAStr(astring *pDest, const time_t *pTimer) {
   char text[26];
-  tzset();  // as above
+  UseCurrentZone();
   if (pDest == nullptr || pTimer == nullptr || ctime_r(pTimer, text) == nullptr) return -1;
   const size_t length = std::strlen(text) - 1;  // without the line feed
   std::memcpy(pDest, text, length);
