@@ -41,8 +41,7 @@ Unit *ValueOf(const Unit *pEntry) {
 // Whether an entry answers to a name, which may be followed by "=" and any text.
 bool Matches(const astring *pEntry, const astring *pName, bool ignoreCase) {
   const auto fold = [ignoreCase](astring c) { return ignoreCase ? std::tolower(static_cast<u8>(c)) : c; };
-  // With no name in front the entry's "=" is at once compared with a name that is not empty, or ends the search.
-  if (*pEntry == '=') return false;
+  if (*pEntry == '=') return false;  // it has no name, not even an empty one
   for (;; ++pEntry, ++pName) {
     if (*pEntry == '=') return *pName == '=' || *pName == 0;
     if (*pEntry == 0 || fold(*pEntry) != fold(*pName)) return false;
