@@ -11,7 +11,7 @@ function(zebcs_add_test name)
   add_executable(${name} ${arg_UNPARSED_ARGUMENTS})
   target_link_libraries(${name} PRIVATE
     zebcs::zebcs zebcs_test_sandbox zebcs_warnings zebcs_sanitizers GTest::gtest GTest::gtest_main ${arg_LIBRARIES})
-  target_compile_definitions(${name} PRIVATE ${arg_DEFINITIONS})
+  target_compile_definitions(${name} PRIVATE ${arg_DEFINITIONS} $<$<BOOL:${ZEBCS_SANITIZE}>:ZEBCS_SANITIZED>)
   set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR $<TARGET_FILE:zebcs-sandbox>)
   add_dependencies(${name} zebcs-sandbox)
   gtest_discover_tests(${name} TEST_PREFIX "${arg_PREFIX}" DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
