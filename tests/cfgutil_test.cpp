@@ -40,8 +40,10 @@ using sandbox::Exists;
 using sandbox::Files;
 using sandbox::FilesIn;
 using sandbox::FileState;
+using sandbox::FillDisk;
 using sandbox::Guard;
 using sandbox::GuardedBuffer;
+using sandbox::kPage;
 using sandbox::LockHolder;
 using sandbox::LockIsFree;
 using sandbox::ModeOf;
@@ -1454,22 +1456,6 @@ TEST(FileThatStays, HasNoTemporaryFileBesideIt) {
 }
 
 // --- A disk that is full, a directory that refuses ------------------------------------------------------------------
-
-namespace {
-
-const size_t kPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-
-// Takes all room on the disk but this many pages.
-bool FillDisk(const std::string &directory, size_t freePages) {
-  const std::string path = directory + "/filler";
-  std::error_code error;
-  const std::uintmax_t room = std::filesystem::space(directory, error).available;
-  if (error || room < freePages * kPage) return false;
-  return sandbox::WriteFile(path, std::string(room - freePages * kPage, 'f')) &&
-         std::filesystem::space(directory, error).available == freePages * kPage;
-}
-
-}  // namespace
 
 TEST(FullDisk, EditFailsAndLeavesTheOldFileAlone) {
   constexpr size_t kPages = 3;  // of either file

@@ -29,20 +29,12 @@
 #include "sandbox.h"
 #include "zebcs/number.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SANITIZED 1
-#endif
-#endif
-
 namespace {
 
 using sandbox::GuardedBuffer;
 using Units = std::vector<ustring>;
 
-#ifdef SANITIZED
+#ifdef ZEBCS_SANITIZED
 constexpr int kRounds = 20000;
 #else
 constexpr int kRounds = 300000;
@@ -1654,7 +1646,7 @@ TEST(Validators, EveryTextOfTwoBytes) {
 TEST(Validators, EveryShortTextOfTheTellingCharacters) {
   constexpr std::string_view kAlphabet = "0789afgxAFGX+-. \xE9";
   LastBytes memory;
-#ifdef SANITIZED
+#ifdef ZEBCS_SANITIZED
   constexpr size_t kLongest = 3;
 #else
   constexpr size_t kLongest = 4;
@@ -1749,7 +1741,7 @@ TEST(ValidateHostName, KeptTheLastCharacterIsHardlyChecked) {
 TEST(ValidateHostName, EveryShortName) {
   constexpr std::string_view kAlphabet = "aZ09-._ \xE9";
   LastBytes memory;
-#ifdef SANITIZED
+#ifdef ZEBCS_SANITIZED
   constexpr size_t kLongest = 4;
 #else
   constexpr size_t kLongest = 6;

@@ -41,7 +41,9 @@ namespace {
 using sandbox::Channel;
 using sandbox::Files;
 using sandbox::FilesIn;
+using sandbox::FillDisk;
 using sandbox::GuardedBuffer;
+using sandbox::kPage;
 using sandbox::LockHolder;
 using sandbox::LockIsFree;
 using sandbox::Mount;
@@ -1457,21 +1459,6 @@ TEST(FailingCall, LeavesTheOldLogWhereTheAppendFails) {
 }
 
 // --- A full disk ----------------------------------------------------------------------------------------------------
-
-namespace {
-
-const size_t kPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-
-// Takes all room on the disk but this many pages.
-bool FillDisk(const std::string &directory, size_t freePages) {
-  std::error_code error;
-  const std::uintmax_t room = std::filesystem::space(directory, error).available;
-  if (error || room < freePages * kPage) return false;
-  return sandbox::WriteFile(directory + "/filler", std::string(room - freePages * kPage, 'f')) &&
-         std::filesystem::space(directory, error).available == freePages * kPage;
-}
-
-}  // namespace
 
 TEST(FullDisk, LogIsAsItWas) {
   const Log log;

@@ -22,20 +22,12 @@
 #include "sandbox.h"
 #include "zebcs/number.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SANITIZED 1
-#endif
-#endif
-
 namespace {
 
 using sandbox::Guard;
 using sandbox::GuardedBuffer;
 
-#ifdef SANITIZED
+#ifdef ZEBCS_SANITIZED
 constexpr int kRounds = 20000;
 #else
 constexpr int kRounds = 300000;
@@ -194,7 +186,7 @@ TEST(Strrev, EveryLengthAndLongTexts) {
   }
 }
 
-#ifndef SANITIZED  // whose runtimes need memory of their own and end the process for want of it
+#ifndef ZEBCS_SANITIZED  // whose runtimes need memory of their own and end the process for want of it
 TEST(Strrev, TextStaysWithoutMemoryForTheCopy) {
   std::string text(8 << 20, 0);
   for (size_t i = 0; i < text.size(); ++i) text[i] = static_cast<char>('a' + i % 23);

@@ -32,14 +32,6 @@
 #include "sandbox.h"
 #include "zebcs/auth.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SANITIZED 1
-#endif
-#endif
-
 // --- The calls that the library makes to PAM -------------------------------------------------------------------------
 
 namespace {
@@ -115,7 +107,7 @@ int pam_chauthtok(pam_handle_t *handle, int flags) {
   return Note("change password", Real(pam_chauthtok, "pam_chauthtok")(handle, flags));
 }
 
-#ifdef SANITIZED
+#ifdef ZEBCS_SANITIZED
 // The sanitizers' own function of this name knows only what was loaded when the program started, and libcrypt comes
 // with a module.
 char *crypt_r(const char *phrase, const char *setting, crypt_data *data) {
@@ -375,7 +367,7 @@ TEST(AuthPamTalker, CountIsAtMost65535) {
   EXPECT_EQ(responses, &untouched);
 }
 
-#ifndef SANITIZED  // whose runtimes need memory of their own and end the process for want of it
+#ifndef ZEBCS_SANITIZED  // whose runtimes need memory of their own and end the process for want of it
 
 namespace {
 
@@ -866,7 +858,7 @@ TEST_F(Login, KeptThereIsNoDirectoryService) {
 
 // --- What is left of a password --------------------------------------------------------------------------------------
 
-#ifndef SANITIZED  // whose code keeps in memory what is otherwise in registers, and whose own memory is vast
+#ifndef ZEBCS_SANITIZED  // whose code keeps in memory what is otherwise in registers, and whose own memory is vast
 
 namespace {
 

@@ -11,12 +11,14 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <new>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "sandbox.h"
@@ -135,6 +137,17 @@ class Mount {
 
   std::string m_path;
 };
+
+inline const size_t kPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+
+// Takes all room on a disk but this many pages.
+inline bool FillDisk(const std::string &directory, size_t freePages) {
+  std::error_code error;
+  const std::uintmax_t room = std::filesystem::space(directory, error).available;
+  if (error || room < freePages * kPage) return false;
+  return WriteFile(directory + "/filler", std::string(room - freePages * kPage, 'f')) &&
+         std::filesystem::space(directory, error).available == freePages * kPage;
+}
 
 }  // namespace sandbox
 

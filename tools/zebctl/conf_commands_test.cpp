@@ -10,13 +10,13 @@
 #include <utility>
 #include <vector>
 
+#include "command_test.h"
 #include "program.h"
 #include "sandbox.h"
 
 namespace {
 
 using nlohmann::json;
-using Line = std::vector<std::string>;
 
 constexpr char kProductFile[] = "/opt/vorn/fleetops/etc/kelvestane//zeb/ini/test.properties";
 const std::string kNoFile = "status -1\nThe file cannot be read: No such file or directory.\n";
@@ -24,39 +24,12 @@ const std::string kNoKey = "SM_STATUS_KEY_NOT_FOUND (263)\nThe file has no such 
 const std::string kFewer = "SM_STATUS_KEY_NOT_FOUND (263)\nThe key has fewer instances.\n";
 const std::string kFarFewer = "SM_STATUS_INVALID_INPUT (271)\nThe key has fewer instances. They are counted from 0.\n";
 
-// A working directory for the program, which is an empty one, and the program in it.
-class ZebctlConf : public testing::Test {
+class ZebctlConf : public CommandTest<ZebctlConf> {
+ public:
+  static constexpr char kCommand[] = "conf";
+
  protected:
-  void SetUp() override {
-    sandbox::RequireSandbox();
-    ASSERT_EQ(setenv("LC_ALL", "C.UTF-8", 1), 0);
-    ASSERT_EQ(chdir(m_directory.path().c_str()), 0);
-  }
-
-  static ProgramResult Zebctl(Line arguments) {
-    arguments.insert(arguments.begin(), {ZEBCTL_PATH, "conf"});
-    return RunProgram(arguments);
-  }
-
   static void Write(const std::string &text) { ASSERT_TRUE(sandbox::WriteFile("a", text)); }
-
-  // Expects an answer and no word of complaint.
-  static void ExpectAnswer(const Line &line, const std::string &output) {
-    const ProgramResult result = Zebctl(line);
-    EXPECT_EQ(result.status, 0) << testing::PrintToString(line);
-    EXPECT_EQ(result.output, output) << testing::PrintToString(line);
-    EXPECT_EQ(result.errors, "") << testing::PrintToString(line);
-  }
-
-  // Expects a complaint and no answer.
-  static void ExpectRefusal(const Line &line, int status, const std::string &errors) {
-    const ProgramResult result = Zebctl(line);
-    EXPECT_EQ(result.status, status) << testing::PrintToString(line);
-    EXPECT_EQ(result.output, "") << testing::PrintToString(line);
-    EXPECT_EQ(result.errors, "zebctl: " + errors) << testing::PrintToString(line);
-  }
-
-  sandbox::TemporaryDirectory m_directory;
 };
 
 }  // namespace

@@ -12,51 +12,24 @@
 #include <string>
 #include <vector>
 
+#include "command_test.h"
 #include "program.h"
 #include "sandbox.h"
 
 namespace {
 
 using nlohmann::json;
-using Line = std::vector<std::string>;
 
 constexpr char kProductFile[] = "/opt/vorn/fleetops/etc/kelvestane//zeb/ini/test.ini";
 
-// A working directory for the program, which is an empty one, and the program in it.
-class ZebctlIni : public testing::Test {
+class ZebctlIni : public CommandTest<ZebctlIni> {
+ public:
+  static constexpr char kCommand[] = "ini";
+
  protected:
-  void SetUp() override {
-    sandbox::RequireSandbox();
-    ASSERT_EQ(setenv("LC_ALL", "C.UTF-8", 1), 0);
-    ASSERT_EQ(chdir(m_directory.path().c_str()), 0);
-  }
-
-  static ProgramResult Zebctl(Line arguments) {
-    arguments.insert(arguments.begin(), {ZEBCTL_PATH, "ini"});
-    return RunProgram(arguments);
-  }
-
   static void Write(const std::string &text) { ASSERT_TRUE(sandbox::WriteFile("a.ini", text)); }
 
-  // Expects an answer and no word of complaint.
-  static void ExpectAnswer(const Line &line, const std::string &output) {
-    const ProgramResult result = Zebctl(line);
-    EXPECT_EQ(result.status, 0) << testing::PrintToString(line);
-    EXPECT_EQ(result.output, output) << testing::PrintToString(line);
-    EXPECT_EQ(result.errors, "") << testing::PrintToString(line);
-  }
-
-  // Expects a complaint and no answer.
-  static void ExpectRefusal(const Line &line, int status, const std::string &errors) {
-    const ProgramResult result = Zebctl(line);
-    EXPECT_EQ(result.status, status) << testing::PrintToString(line);
-    EXPECT_EQ(result.output, "") << testing::PrintToString(line);
-    EXPECT_EQ(result.errors, "zebctl: " + errors) << testing::PrintToString(line);
-  }
-
   void ExpectValues(const std::set<std::string> &types);
-
-  sandbox::TemporaryDirectory m_directory;
 };
 
 std::string Text(const Line &lines) {

@@ -9,13 +9,13 @@
 #include <string>
 #include <vector>
 
+#include "command_test.h"
 #include "program.h"
 #include "sandbox.h"
 
 namespace {
 
 using nlohmann::json;
-using Line = std::vector<std::string>;
 
 constexpr char kCommandLog[] = "/opt/vorn/fleetops/var/log/kelvestane//qxcmdlog.xml";
 constexpr char kBackup[] = "/opt/vorn/fleetops/var/log/kelvestane//qxcmdlog.xm_";
@@ -51,33 +51,11 @@ std::string Row(const std::string &id, const std::string &description) {
   return "Tue Nov 14 22:13:20 2023  4     " + id + "  alice  shell   " + description + '\n';
 }
 
-// A working directory for the program, which is an empty one, and the program in it.
-class ZebctlLog : public testing::Test {
+class ZebctlLog : public CommandTest<ZebctlLog> {
+ public:
+  static constexpr char kCommand[] = "log";
+
  protected:
-  void SetUp() override {
-    sandbox::RequireSandbox();
-    ASSERT_EQ(setenv("LC_ALL", "C.UTF-8", 1), 0);
-    ASSERT_EQ(chdir(m_directory.path().c_str()), 0);
-  }
-
-  static ProgramResult Zebctl(Line arguments) {
-    arguments.insert(arguments.begin(), {ZEBCTL_PATH, "log"});
-    return RunProgram(arguments);
-  }
-
-  static void Expect(const Line &line, int status, const std::string &output, const std::string &errors) {
-    const ProgramResult result = Zebctl(line);
-    EXPECT_EQ(result.status, status) << testing::PrintToString(line);
-    EXPECT_EQ(result.output, output) << testing::PrintToString(line);
-    EXPECT_EQ(result.errors, errors) << testing::PrintToString(line);
-  }
-
-  static void ExpectAnswer(const Line &line, const std::string &output) { Expect(line, 0, output, ""); }
-
-  static void ExpectRefusal(const Line &line, int status, const std::string &errors) {
-    Expect(line, status, "", "zebctl: " + errors);
-  }
-
   // The entries of the command log, as the program has them in its JSON.
   static json Entries() {
     const ProgramResult result = Zebctl({"show", "--json"});
@@ -98,8 +76,6 @@ class ZebctlLog : public testing::Test {
     }
     EXPECT_EQ(sandbox::ReadFile(kCommandLog), text + kEnd);
   }
-
-  sandbox::TemporaryDirectory m_directory;
 };
 
 const Entry kStart{.id = "0", .description = "Log was cleared", .user = "Local System", .source = "HALV"};

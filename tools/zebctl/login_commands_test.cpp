@@ -26,14 +26,6 @@
 #include "program.h"
 #include "sandbox.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SANITIZED 1
-#endif
-#endif
-
 namespace {
 
 using nlohmann::json;
@@ -84,7 +76,7 @@ void SetPasswords() {
   shadow += "toor::19000:0:99999:7:::\n";
   shadow += "daemon:!" + kHash + ":19000:0:99999:7:::\n";
   ASSERT_TRUE(sandbox::WriteFile("/etc/shadow", shadow, 0640));
-#ifdef SANITIZED
+#ifdef ZEBCS_SANITIZED
   // The sanitizers' own crypt_r knows only what was loaded when the program started, and libcrypt comes with a module.
   ASSERT_EQ(setenv("LD_PRELOAD", "libcrypt.so.1", 1), 0);
   AddSanitizerOption("verify_asan_link_order=0");
