@@ -8,6 +8,7 @@
 #include "accounts.h"
 #include "owners.h"
 #include "zebcs/auth.h"
+#include "zebcs/system.h"
 
 u32 OSGetProcessRights(void) {
   if (geteuid() != 0) return getegid() == 0 ? ZEBCS_RIGHTS_POWER_USER : ZEBCS_RIGHTS_USER;

@@ -45,6 +45,8 @@ const std::map<std::string, int> kFloors = {
     {"rolemap_rights", 9},   {"qxauth", 10},
     {"zebsupt", 10},         {"dacsexp", 10},
     {"zebcsexp", 10},        {"zebcs/zebcs.h", 9},
+    {"zebcs/system.h", 0},   {"webserv", 1},
+    {"unitext", 4},          {"suptintf_xsl", 5},
 };
 
 std::string Read(const fs::path &path) {

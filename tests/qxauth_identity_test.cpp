@@ -17,6 +17,7 @@
 #include "guarded_buffer.h"
 #include "sandbox.h"
 #include "zebcs/auth.h"
+#include "zebcs/system.h"
 #include "zebcs/frame.h"
 
 namespace {

@@ -158,6 +158,8 @@ constexpr Forwarder kForwarders[] = {
     {"KCSGetOSLocaleName", Same<&KCSGetOSLocaleName, &SUPTIntfGetOSLocaleName>()},
     {"KCSGetOSLanguage", Same<&KCSGetOSLanguage, &SUPTIntfGetOSLanguage>()},
     {"KCSGetOSCountry", Same<&KCSGetOSCountry, &SUPTIntfGetOSCountry>()},
+    {"KCSGetXSLPathLocale", Same<&KCSGetXSLPathLocale, &SUPTIntfGetXSLPathLocale>()},
+    {"KCSGetUnicodeStringFromIDPathFile", Same<&KCSGetUnicodeStringFromIDPathFile, &GetUnicodeStringFromIDPathFile>()},
     {"KCSDASCMDHelp", Same<&KCSDASCMDHelp, &DASuptCMDHelp>()},
     {"KCSDASCatSMStatusNode", Same<&KCSDASCatSMStatusNode, &DASuptCatSMStatusNode>()},
     {"KCSDASBufCatSetCmdParam", Same<&KCSDASBufCatSetCmdParam, &DASuptBufCatSetCmdParam>()},
@@ -210,6 +212,14 @@ constexpr Forwarder kForwarders[] = {
     {"KCSGetProcessUser", Same<&KCSGetProcessUser, &OSGetProcessUser>()},
     {"KCSGetComputerDomainName", Same<&KCSGetComputerDomainName, &OSGetComputerDomainName>()},
     {"KCSGetOSDomainList", Same<&KCSGetOSDomainList, &OSDomainList>()},
+    {"KCSThreadStart", Same<&KCSThreadStart, &OSThreadStart>()},
+    {"KCSThreadStop", Same<&KCSThreadStop, &OSThreadStop>()},
+    {"KCSLibLoad", Same<&KCSLibLoad, &OSLibLoad>()},
+    {"KCSLibUnLoad", Same<&KCSLibUnLoad, &OSLibUnLoad>()},
+    {"KCSLibLinkToExportFN", Same<&KCSLibLinkToExportFN, &OSLibLinkToExportFN>()},
+    {"KCSLibUnLinkFromExportFN", Same<&KCSLibUnLinkFromExportFN, &OSLibUnLinkFromExportFN>()},
+    {"KCSOSShutdown", Same<&KCSOSShutdown, &OSShutdown>()},
+    {"KCSWebServer", Same<&KCSWebServer, &CfgWebServer>()},
     {"KCSOSGetType", Same<&KCSOSGetType, &OSGetType>()},
     {"KCSSLListAlloc", Same<&KCSSLListAlloc, &SLListAlloc>()},
     {"KCSDLListAlloc", Same<&KCSDLListAlloc, &DLListAlloc>()},
@@ -289,7 +299,7 @@ std::set<std::string> DeclaredInHeaders() {
   std::set<std::string> names;
   const std::regex declaration("\\nZEBCS_API [^(;]*?(\\w+)[(;]");
   for (const char *header : {"auth", "dasupport", "encoding", "frame", "hashid", "ini", "ipc", "keyvalue", "list",
-                             "logs", "net", "number", "param", "product", "rolemap", "unistr", "xmlbuf"}) {
+                             "logs", "net", "number", "param", "product", "rolemap", "system", "unistr", "xmlbuf"}) {
     const std::string text = ReadSource(std::string("include/zebcs/") + header + ".h");
     for (std::sregex_iterator match(text.begin(), text.end(), declaration), end; match != end; ++match) {
       names.insert((*match)[1]);

@@ -4,10 +4,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 struct FileCloser {
@@ -52,6 +54,15 @@ template <class T>
 MallocPtr<T> MallocArray(std::size_t count) {
   if (count > SIZE_MAX / sizeof(T)) return nullptr;
   return MallocPtr<T>(static_cast<T *>(std::malloc(count * sizeof(T))));
+}
+
+// A new text in a block of `room` bytes or, if it is longer, of its own size. Null when memory ran out.
+inline MallocPtr<char> NewText(std::string_view text, std::size_t room = 0) {
+  MallocPtr<char> copy = MallocArray<char>(std::max(text.size() + 1, room));
+  if (!copy) return nullptr;
+  std::copy(text.begin(), text.end(), copy.get());
+  copy.get()[text.size()] = 0;
+  return copy;
 }
 
 #endif

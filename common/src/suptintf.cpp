@@ -38,17 +38,10 @@ bool IsInstallPathKnown() {
   return zebInstallPathSize != 0 || FindInstallPath() == SM_STATUS_SUCCESS;
 }
 
-// A new text in a block of `room` bytes or, if it is longer, of its own size.
-astring *NewText(string_view text, size_t room = 0) {
-  MallocPtr<astring> copy = MallocArray<astring>(std::max(text.size() + 1, room));
-  if (!copy) return nullptr;
-  std::memcpy(copy.get(), text.data(), text.size());
-  copy.get()[text.size()] = 0;
-  return copy.release();
-}
-
 // A directory of the installation, with room for a caller to go on writing; NULL where that is not known.
-astring *NewProductPath(string_view path) { return IsInstallPathKnown() ? NewText(path, kPathRoom) : nullptr; }
+astring *NewProductPath(string_view path) {
+  return IsInstallPathKnown() ? NewText(path, kPathRoom).release() : nullptr;
+}
 
 // A product path that ends in the operating system's locale name.
 astring *NewDocumentsPath(const char *pFolder) {
@@ -94,12 +87,12 @@ s32 SUPTIntfInitZEBInstallPath(void) {
 astring *SUPTIntfGetZEBInstallPath(void) {
   const std::lock_guard lock(l_install_path_mutex);
   if (zebInstallPathSize == 0 && FindInstallPath() != SM_STATUS_SUCCESS) return nullptr;
-  astring *const path = NewText(string_view(zebInstallPath, zebInstallPathSize - 1));
-  if (path == nullptr) {
+  MallocPtr<astring> path = NewText(string_view(zebInstallPath, zebInstallPathSize - 1));
+  if (!path) {
     zebInstallPath[0] = 0;
     zebInstallPathSize = 0;
   }
-  return path;
+  return path.release();
 }
 
 astring *SUPTIntfGetProductInstallPath(void) {
@@ -114,16 +107,16 @@ astring *SUPTIntfGetProductInstallPath(void) {
   return path;
 }
 
-astring *SUPTIntfGetProductIniPath(void) { return NewText("/opt/vorn/fleetops/etc/kelvestane/"); }
+astring *SUPTIntfGetProductIniPath(void) { return NewText("/opt/vorn/fleetops/etc/kelvestane/").release(); }
 
-astring *SUPTIntfGetProductVarPath(void) { return NewText("/opt/vorn/fleetops/var/lib/kelvestane/"); }
+astring *SUPTIntfGetProductVarPath(void) { return NewText("/opt/vorn/fleetops/var/lib/kelvestane/").release(); }
 
 astring *SUPTIntfGetZEBUploadPath(void) {
-  return NewText("/opt/vorn/fleetops/var/lib/kelvestane/wwwroot//zeb/upload", kPathRoom);
+  return NewText("/opt/vorn/fleetops/var/lib/kelvestane/wwwroot//zeb/upload", kPathRoom).release();
 }
 
 astring *SUPTIntfGetZEBDownloadPath(void) {
-  return NewText("/opt/vorn/fleetops/var/lib/kelvestane/wwwroot//zeb/download", kPathRoom);
+  return NewText("/opt/vorn/fleetops/var/lib/kelvestane/wwwroot//zeb/download", kPathRoom).release();
 }
 
 astring *SUPTIntfGetZEBXSLRootPath(void) { return NewProductPath("/opt/vorn/fleetops/var/lib/kelvestane/xslroot/"); }
@@ -160,20 +153,20 @@ const astring *SUPTIntfGetLocaleName(u32 languageId) {
   return "en_US";
 }
 
-astring *SUPTIntfGetLocaleNameAStr(u32 languageId) { return NewText(SUPTIntfGetLocaleName(languageId)); }
+astring *SUPTIntfGetLocaleNameAStr(u32 languageId) { return NewText(SUPTIntfGetLocaleName(languageId)).release(); }
 
-astring *SUPTIntfGetOSLocaleName(void) { return NewText(OSLocaleName()); }
+astring *SUPTIntfGetOSLocaleName(void) { return NewText(OSLocaleName()).release(); }
 
 astring *SUPTIntfGetOSLanguage(void) {
   const string_view name = OSLocaleName();
   const size_t separator = name.find('_');
-  return separator == string_view::npos ? nullptr : NewText(name.substr(0, separator), kPathRoom);
+  return separator == string_view::npos ? nullptr : NewText(name.substr(0, separator), kPathRoom).release();
 }
 
 astring *SUPTIntfGetOSCountry(void) {
   const string_view name = OSLocaleName();
   const size_t separator = name.find('_');
-  return separator == string_view::npos ? nullptr : NewText(name.substr(separator + 1), kPathRoom);
+  return separator == string_view::npos ? nullptr : NewText(name.substr(separator + 1), kPathRoom).release();
 }
 
 s32 SUPTIntfReadINIFileValue(const astring *pSection, const astring *pKey, u32 vType, void *pValue, u32 *pvSize,

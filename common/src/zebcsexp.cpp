@@ -243,6 +243,14 @@ astring *KCSGetLocaleNameAStr(u32 languageId) { return SUPTIntfGetLocaleNameAStr
 astring *KCSGetOSLocaleName(void) { return SUPTIntfGetOSLocaleName(); }
 astring *KCSGetOSLanguage(void) { return SUPTIntfGetOSLanguage(); }
 astring *KCSGetOSCountry(void) { return SUPTIntfGetOSCountry(); }
+astring *KCSGetXSLPathLocale(const astring *pApp, const astring *pType, const astring *pXSLName,
+                             const astring *pLangCountryCode, u32 xslHeadTailMask, booln bIsConsole) {
+  return SUPTIntfGetXSLPathLocale(pApp, pType, pXSLName, pLangCountryCode, xslHeadTailMask, bIsConsole);
+}
+u32 KCSGetUnicodeStringFromIDPathFile(u32 stringID, u32 *pLanguageId, const astring *pPathFileName, ustring *pDest,
+                                      u32 *pDestSize) {
+  return GetUnicodeStringFromIDPathFile(stringID, pLanguageId, pPathFileName, pDest, pDestSize);
+}
 
 // Key=value files
 
@@ -345,6 +353,26 @@ u32 KCSGetProcessRights(void) { return OSGetProcessRights(); }
 astring *KCSGetProcessUser(void) { return OSGetProcessUser(); }
 astring *KCSGetComputerDomainName(void) { return OSGetComputerDomainName(); }
 void *KCSGetOSDomainList(void) { return OSDomainList(); }
+
+// Threads, libraries, shutdown and web service
+
+s32 KCSThreadStart(KCSThreadInfo *pKCSTI, FPROCKCSTHREADROUTINE fpKCSTR, void *pKCSThreadData) {
+  return OSThreadStart(pKCSTI, fpKCSTR, pKCSThreadData);
+}
+s32 KCSThreadStop(KCSThreadInfo *pKCSTI) { return OSThreadStop(pKCSTI); }
+s32 KCSLibLoad(KCSLibrary *pSL, const astring *pLibPathFileName) { return OSLibLoad(pSL, pLibPathFileName); }
+s32 KCSLibUnLoad(KCSLibrary *pSL) { return OSLibUnLoad(pSL); }
+void *KCSLibLinkToExportFN(KCSLibrary *pSL, const astring *pExportFNName) {
+  return OSLibLinkToExportFN(pSL, pExportFNName);
+}
+s32 KCSLibUnLinkFromExportFN(KCSLibrary *pSL, const astring *pExportFNName) {
+  return OSLibUnLinkFromExportFN(pSL, pExportFNName);
+}
+BOOL KCSOSShutdown(BOOL forceIt, BOOL restartAfterShutdown) { return OSShutdown(forceIt, restartAfterShutdown); }
+s32 KCSWebServer(s32 webServerCmd, const astring *serviceName, s32 *webServerStat) {
+  const ExportContext context;
+  return CfgWebServer(webServerCmd, serviceName, webServerStat);
+}
 s32 KCSOSGetType(void) { return OSGetType(); }
 
 // Linked lists

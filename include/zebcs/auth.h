@@ -72,9 +72,6 @@ ZEBCS_API astring *KCSGetComputerDomainName(void);
 /* Returns the list of domains, which this platform does not have: NULL. */
 ZEBCS_API void *KCSGetOSDomainList(void);
 
-/* Returns the type of the platform: 2. */
-ZEBCS_API s32 KCSOSGetType(void);
-
 /* The same functions under their plain names. */
 ZEBCS_API u32 OSAuthenticateUser(const ustring *pDomainName, const ustring *pUserName, ustring *pPassword);
 ZEBCS_API u32 OSAuthorizeUser(const ustring *pDomainName, const ustring *pUserName);
@@ -86,7 +83,6 @@ ZEBCS_API u32 OSGetProcessRights(void);
 ZEBCS_API astring *OSGetProcessUser(void);
 ZEBCS_API astring *OSGetComputerDomainName(void);
 ZEBCS_API void *OSDomainList(void);
-ZEBCS_API s32 OSGetType(void);
 
 /* Logs a user in with text in the locale's encoding.
  *

@@ -17,6 +17,7 @@
 #include <zebcs/param.h>
 #include <zebcs/product.h>
 #include <zebcs/rolemap.h>
+#include <zebcs/system.h>
 #include <zebcs/types.h>
 #include <zebcs/unistr.h>
 #include <zebcs/xmlbuf.h>
