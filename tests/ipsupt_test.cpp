@@ -1,5 +1,6 @@
 // Host name, own addresses, address text and password digests.
 #include "zebcs/net.h"
+#include "zebcs/product.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>

@@ -22,6 +22,7 @@
 #include "owners.h"
 #include "zebcs/encoding.h"
 #include "zebcs/net.h"
+#include "zebcs/product.h"
 
 namespace {
 

@@ -243,6 +243,7 @@ astring *KCSGetLocaleNameAStr(u32 languageId) { return SUPTIntfGetLocaleNameAStr
 astring *KCSGetOSLocaleName(void) { return SUPTIntfGetOSLocaleName(); }
 astring *KCSGetOSLanguage(void) { return SUPTIntfGetOSLanguage(); }
 astring *KCSGetOSCountry(void) { return SUPTIntfGetOSCountry(); }
+astring *KCSGetHostNameAStr(void) { return SUPTIntfGetHostNameAStr(); }
 astring *KCSGetXSLPathLocale(const astring *pApp, const astring *pType, const astring *pXSLName,
                              const astring *pLangCountryCode, u32 xslHeadTailMask, booln bIsConsole) {
   return SUPTIntfGetXSLPathLocale(pApp, pType, pXSLName, pLangCountryCode, xslHeadTailMask, bIsConsole);
@@ -443,7 +444,6 @@ s32 KCSIPAddrNetworkToASCII(const u8 *pAddr, u32 addrSize, astring *pText, u32 *
 }
 s32 KCSCheckIPEqual(const astring *pAddr1, const astring *pAddr2) { return CheckIPEqual(pAddr1, pAddr2); }
 KCSIPAddrStr *KCSHostGetHostIPAddrList(u32 *pCount) { return SUPTIntfHostGetHostIPAddrList(pCount); }
-astring *KCSGetHostNameAStr(void) { return SUPTIntfGetHostNameAStr(); }
 s32 KCSIsIPv6(const astring *pText) { return IsIPv6(pText); }
 s32 KCSIsIPv4(const astring *pText) { return IsIPv4(pText); }
 s32 KCSIsLinkLocal(const astring *pText) { return IsLinkLocal(pText); }

@@ -71,10 +71,6 @@ ZEBCS_API s32 KCSCheckIPEqual(const astring *pAddr1, const astring *pAddr2);
  * The caller releases it with SUPTFreeMem. NULL, and a count of 0, when the list cannot be had. */
 ZEBCS_API KCSIPAddrStr *KCSHostGetHostIPAddrList(u32 *pCount);
 
-/* Returns the host name as new text that the caller releases with SUPTFreeMem; NULL when it cannot be had. The text
- * is at most 63 characters; a longer host name is cut. */
-ZEBCS_API astring *KCSGetHostNameAStr(void);
-
 /* Returns 1 if the text contains ":", else 0; SM_STATUS_NULL_ADDRESS for NULL. */
 ZEBCS_API s32 KCSIsIPv6(const astring *pText);
 
@@ -114,8 +110,6 @@ ZEBCS_API s32 IPAddrASCIIToNetwork(const astring *pText, u8 *pAddr, u32 *pSize);
 ZEBCS_API s32 IPAddrNetworkToASCII(const u8 *pAddr, u32 addrSize, astring *pText, u32 *pSize);
 ZEBCS_API s32 CheckIPEqual(const astring *pAddr1, const astring *pAddr2);
 ZEBCS_API KCSIPAddrStr *SUPTIntfHostGetHostIPAddrList(u32 *pCount);
-ZEBCS_API astring *SUPTIntfGetHostNameAStr(void);
-ZEBCS_API astring *SUPTIntfHostGetHostNameAStr(void);
 ZEBCS_API s32 IsIPv6(const astring *pText);
 ZEBCS_API s32 IsIPv4(const astring *pText);
 ZEBCS_API s32 IsLinkLocal(const astring *pText);

@@ -56,6 +56,9 @@ ZEBCS_API astring *KCSGetOSLocaleName(void);
 ZEBCS_API astring *KCSGetOSLanguage(void);
 ZEBCS_API astring *KCSGetOSCountry(void);
 
+/* The host name, cut at 63 characters. NULL also when it cannot be had. */
+ZEBCS_API astring *KCSGetHostNameAStr(void);
+
 /* The prefix of the directory schema: "vorn" unless the key "adschemaprefix" in section "data" of the product's
  * "oem.ini" says otherwise in at most 255 bytes. In a block of 256 bytes. Waits up to 60000 ms for the file lock. */
 ZEBCS_API astring *KCSGetOEMADSchemaPrefix(void);
@@ -116,6 +119,8 @@ ZEBCS_API astring *SUPTIntfGetLocaleNameAStr(u32 languageId);
 ZEBCS_API astring *SUPTIntfGetOSLocaleName(void);
 ZEBCS_API astring *SUPTIntfGetOSLanguage(void);
 ZEBCS_API astring *SUPTIntfGetOSCountry(void);
+ZEBCS_API astring *SUPTIntfGetHostNameAStr(void);
+ZEBCS_API astring *SUPTIntfHostGetHostNameAStr(void);
 ZEBCS_API astring *SUPTIntfGetXSLPathLocale(const astring *pApp, const astring *pType, const astring *pXSLName,
                                             const astring *pLangCountryCode, u32 xslHeadTailMask, booln bIsConsole);
 ZEBCS_API u32 GetUnicodeStringFromIDPathFile(u32 stringID, u32 *pLanguageId, const astring *pPathFileName,
