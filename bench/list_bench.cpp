@@ -50,39 +50,72 @@ void AddIdentifiers() {
   AddContender("identifier_of_a_million/bare", 0, [=] { benchmark::DoNotOptimize(acquireAndRelease(bare)); });
 }
 
-// Each contender keeps so many records in its list: one goes in at the tail and one comes out at the head.
+// Each contender keeps so many records in its list.
 constexpr int kInTheList = 100;
 
 struct Record {
   u64 number;
 };
 
+// One record goes in at the tail and one comes out at the head, in a list whose records stay allocated.
 void AddLists() {
   static KCSSLList *const single = KCSSLListAlloc();
   static KCSDLList *const both = KCSDLListAlloc();
-  static std::list<Record> plain;
+  static std::list<Record *> plain;
   static std::mutex mutex;
   static GAsyncQueue *const queue = g_async_queue_new();
+  static Record record = {};
+  static KCSSLListEntry *singleEntry = KCSSLListEntryAlloc(sizeof(Record));
+  static KCSDLListEntry *bothEntry = KCSDLListEntryAlloc(sizeof(Record));
   Require(single != nullptr && both != nullptr, "no memory for lists");
   for (int i = 0; i < kInTheList; ++i) {
     KCSSLListInsertEntryAtTail(single, KCSSLListEntryAlloc(sizeof(Record)));
     KCSDLListInsertEntryAtTail(both, KCSDLListEntryAlloc(sizeof(Record)));
+    plain.push_back(&record);
+    g_async_queue_push(queue, &record);
+  }
+  AddContender("list_insert_remove/zebcs", 0, [] {
+    KCSSLListInsertEntryAtTail(single, singleEntry);
+    singleEntry = KCSSLListRemoveEntryAtHead(single);
+  });
+  AddContender("list_insert_remove/doubly_linked", 0, [] {
+    KCSDLListInsertEntryAtTail(both, bothEntry);
+    bothEntry = KCSDLListRemoveEntryAtHead(both);
+  });
+  AddContender("list_insert_remove/std_list", 0, [] {
+    {
+      const std::lock_guard lock(mutex);
+      plain.push_back(&record);
+    }
+    const std::lock_guard lock(mutex);
+    benchmark::DoNotOptimize(plain.front());
+    plain.pop_front();
+  });
+  AddContender("list_insert_remove/glib_queue", 0, [] {
+    g_async_queue_push(queue, &record);
+    benchmark::DoNotOptimize(g_async_queue_pop(queue));
+  });
+}
+
+// The same with a record that is made for it and released afterwards.
+void AddListsWithAllocation() {
+  static KCSSLList *const list = KCSSLListAlloc();
+  static std::list<Record> plain;
+  static std::mutex mutex;
+  static GAsyncQueue *const queue = g_async_queue_new();
+  Require(list != nullptr, "no memory for a list");
+  for (int i = 0; i < kInTheList; ++i) {
+    KCSSLListInsertEntryAtTail(list, KCSSLListEntryAlloc(sizeof(Record)));
     plain.push_back({});
     g_async_queue_push(queue, new Record{});
   }
-  AddContender("list_insert_remove/zebcs", 0, [] {
+  AddContender("list_new_record/zebcs", 0, [] {
     KCSSLListEntry *const entry = KCSSLListEntryAlloc(sizeof(Record));
     static_cast<Record *>(entry->pData)->number = 1;
-    KCSSLListInsertEntryAtTail(single, entry);
-    KCSSLListEntryFree(KCSSLListRemoveEntryAtHead(single));
+    KCSSLListInsertEntryAtTail(list, entry);
+    KCSSLListEntryFree(KCSSLListRemoveEntryAtHead(list));
   });
-  AddContender("list_insert_remove/doubly_linked", 0, [] {
-    KCSDLListEntry *const entry = KCSDLListEntryAlloc(sizeof(Record));
-    static_cast<Record *>(entry->pData)->number = 1;
-    KCSDLListInsertEntryAtTail(both, entry);
-    KCSDLListEntryFree(KCSDLListRemoveEntryAtHead(both));
-  });
-  AddContender("list_insert_remove/std_list", 0, [] {
+  AddContender("list_new_record/std_list", 0, [] {
     {
       const std::lock_guard lock(mutex);
       plain.push_back({1});
@@ -91,7 +124,7 @@ void AddLists() {
     benchmark::DoNotOptimize(plain.front().number);
     plain.pop_front();
   });
-  AddContender("list_insert_remove/glib_queue", 0, [] {
+  AddContender("list_new_record/glib_queue", 0, [] {
     g_async_queue_push(queue, new Record{1});
     delete static_cast<Record *>(g_async_queue_pop(queue));
   });
@@ -102,4 +135,5 @@ void AddLists() {
 void AddListBenchmarks() {
   AddIdentifiers();
   AddLists();
+  AddListsWithAllocation();
 }

@@ -1,4 +1,5 @@
 // Linked lists with a lock of their own. What the two kinds share is written once, over their types.
+#include "lxipc.h"
 #include "owners.h"
 #include "zebcs/frame.h"
 #include "zebcs/list.h"
@@ -10,11 +11,11 @@ class ListLock {
  public:
   template <class List>
   [[nodiscard]] explicit ListLock(const List &list) : m_lock(list.pLock) {
-    LockContext(m_lock);
+    LockLocalMutex(m_lock);
   }
   ListLock(const ListLock &) = delete;
   ListLock &operator=(const ListLock &) = delete;
-  ~ListLock() { UnLockContext(m_lock); }
+  ~ListLock() { UnlockLocalMutex(m_lock); }
 
  private:
   void *m_lock;
@@ -70,8 +71,17 @@ void LinkBehind(List &list, Entry *pPrevious, Entry &entry) {
 template <class List, class Entry>
 void InsertAtTail(List *pList, Entry *pEntry) {
   if (pList == nullptr || pEntry == nullptr) return;
+  pEntry->pNext = nullptr;  // nobody else has the entry yet: the less is done under the lock, the better
   const ListLock lock(*pList);
-  LinkBehind(*pList, pList->pTail, *pEntry);
+  Entry *const tail = pList->pTail;
+  SetPrevious(*pEntry, tail);
+  pList->pTail = pEntry;
+  if (tail == nullptr) {
+    pList->pHead = pEntry;
+  } else {
+    tail->pNext = pEntry;
+  }
+  ++pList->curDepth;
 }
 
 template <class List, class Entry>
