@@ -47,8 +47,8 @@ ZEBCS_API u32 KCSAuthorizeUser(const ustring *pDomainName, const ustring *pUserN
 
 /* A privilege of a directory-service product. */
 typedef struct PrivilegeDefines {
-  astring *name;
-  u16 numericValue;
+  astring *name;    /* the name of a privilege */
+  u16 numericValue; /* its number */
 } PrivilegeDefines;
 
 /* Login through a directory service, which this platform does not have: does nothing and returns -1. */
@@ -98,8 +98,8 @@ ZEBCS_API s32 pam_auth_basic_user(const astring *omusername, const astring *ompa
 
 /* What the conversation answers with, in the encoding of the locale. */
 typedef struct auth_pam_userinfo {
-  const astring *name;
-  const astring *pw;
+  const astring *name; /* the user */
+  const astring *pw;   /* the password */
 } auth_pam_userinfo;
 
 /* The PAM conversation: answers prompts without echo with the password and others with the name. Anything else that a

@@ -20,9 +20,10 @@ extern "C" {
 /* A command: takes a parameter list and returns new XML text, or NULL. */
 typedef astring *(*PFNSENDCMD)(s32 numNVPair, astring **ppNVPair);
 
+/* A command that a provider answers. */
 typedef struct CmdDispatchTable {
   const astring *pCmdValue; /* the command's name */
-  PFNSENDCMD pfnSendCmd;
+  PFNSENDCMD pfnSendCmd;    /* what it runs */
 } CmdDispatchTable;
 
 /* Builds the help of all commands: runs each but pfnSelf with "zebusrinfo=dasupt" and "cmdhelp=true", and puts what

@@ -30,6 +30,7 @@
 extern "C" {
 #endif
 
+/* The value types above. */
 #define ZEBCS_INI_ASTRING 1
 #define ZEBCS_INI_USTRING 2
 #define ZEBCS_INI_BINARY 3
@@ -62,8 +63,7 @@ extern "C" {
  *                more than the size says. Every header and every key is listed, also twice.
  * Texts          are stored whole or, with SM_STATUS_BUFFER_TOO_SMALL, not at all.
  * Numbers        a text that is no number reads as the default, or as 0 without one, with status 0 and the size as
- *                it was. A booln is the
- *                first word, in any letter case; only spaces end words.
+ *                it was. A booln is the first word, in any letter case; only spaces end words.
  * Returns        0; SM_STATUS_BAD_PARAMETER; SM_STATUS_LOCK_TIMEOUT; SM_STATUS_NOT_FOUND when the file cannot be
  *                opened; SM_STATUS_SECTION_NOT_FOUND; SM_STATUS_KEY_NOT_FOUND; SM_STATUS_PARSE_ERROR, also when the
  *                file cannot be read; SM_STATUS_BUFFER_TOO_SMALL; SM_STATUS_BAD_SIZE for a booln that is neither

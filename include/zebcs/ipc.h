@@ -22,8 +22,8 @@
 extern "C" {
 #endif
 
-#define ZEBCS_WAIT_FOREVER 0xFFFFFFFFu
-#define ZEBCS_WAIT_TIMED_OUT 3
+#define ZEBCS_WAIT_FOREVER 0xFFFFFFFFu /* a time-out: none */
+#define ZEBCS_WAIT_TIMED_OUT 3         /* a result: time ran out */
 
 /* Numbers an IPC object: the machine's name base plus `name_user`.
  *

@@ -20,9 +20,10 @@
 extern "C" {
 #endif
 
+/* A pair. */
 typedef struct KCSKVEntry {
-  astring *pKey;
-  astring *pValue;
+  astring *pKey;   /* what stands before the "=" */
+  astring *pValue; /* what stands behind it */
 } KCSKVEntry;
 
 /* Loads all pairs of a file: of a path, of which 256 bytes count, or (Inst) of a name in the product's INI directory,

@@ -24,28 +24,31 @@ extern "C" {
 
 /* An entry and the payload behind it, in one block. */
 typedef struct KCSSLListEntry {
-  struct KCSSLListEntry *volatile pNext;
-  void *volatile pData;
+  struct KCSSLListEntry *volatile pNext; /* the next entry, or NULL */
+  void *volatile pData;                  /* the payload */
 } KCSSLListEntry;
 
+/* The same with a link in either direction. */
 typedef struct KCSDLListEntry {
-  struct KCSDLListEntry *volatile pNext;
-  struct KCSDLListEntry *volatile pPrev;
-  void *volatile pData;
+  struct KCSDLListEntry *volatile pNext; /* the next entry, or NULL */
+  struct KCSDLListEntry *volatile pPrev; /* the one before, or NULL */
+  void *volatile pData;                  /* the payload */
 } KCSDLListEntry;
 
+/* A singly linked list. */
 typedef struct KCSSLList {
-  void *pLock; /* a context lock (frame.h) */
-  KCSSLListEntry *pHead;
-  KCSSLListEntry *pTail;
-  s32 curDepth; /* number of entries */
+  void *pLock;           /* a context lock (frame.h) */
+  KCSSLListEntry *pHead; /* the first entry, or NULL */
+  KCSSLListEntry *pTail; /* the last entry, or NULL */
+  s32 curDepth;          /* number of entries */
 } KCSSLList;
 
+/* A doubly linked list. */
 typedef struct KCSDLList {
-  void *pLock;
-  KCSDLListEntry *pHead;
-  KCSDLListEntry *pTail;
-  s32 curDepth;
+  void *pLock;           /* a context lock (frame.h) */
+  KCSDLListEntry *pHead; /* the first entry, or NULL */
+  KCSDLListEntry *pTail; /* the last entry, or NULL */
+  s32 curDepth;          /* number of entries */
 } KCSDLList;
 
 /* Compares the entry that is to be inserted with one of the list: negative when it belongs before that, 0 when they are

@@ -17,6 +17,7 @@
 extern "C" {
 #endif
 
+/* Between these, in bytes, lies the maximum size of the command log. */
 #define ZEBCS_CMDLOG_LEAST_MAX_SIZE 0x100000
 #define ZEBCS_CMDLOG_MOST_MAX_SIZE 0x400000
 

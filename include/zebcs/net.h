@@ -12,12 +12,13 @@
 extern "C" {
 #endif
 
+/* The sizes of the digests in bytes. */
 #define ZEBCS_MD5_SIZE 16
 #define ZEBCS_SHA256_SIZE 32
 
 /* One address as text: at most 64 characters and a terminator. */
 typedef struct KCSIPAddrStr {
-  astring az[65];
+  astring az[65]; /* the text */
 } KCSIPAddrStr;
 
 /* The machine's IP protocol support. */

@@ -67,18 +67,27 @@ ZEBCS_API s64 KCSUniToSigned64(const ustring *pStr);
 ZEBCS_API u64 KCSUniToUnSigned64(const ustring *pStr);
 ZEBCS_API d64 KCSUniToDouble(const ustring *pStr);
 
-/* Number or time to 16-bit text.
+/* Number to 16-bit text.
  *
- * pDestSize  the integers and the double: in: room in bytes, where 0 asks for the size as a NULL pDest does. The
- *            time: in: room in units. out: bytes needed or used, with the terminator.
- * pDest      the integers and the double are cut without a failure where the room ends. That shows as a size above
- *            the room, which is not the size needed: ask for that. The time is refused, and the size stays.
+ * pDest      is cut without a failure where the room ends. That shows as a size above the room, which is not the size
+ *            needed: ask for that.
+ * pDestSize  in: room in bytes, where 0 asks for the size as a NULL pDest does; out: bytes needed or used, with the
+ *            terminator.
  * radix      as of ltostr, with its cut to seven characters.
- * precision  the number of decimals; text beyond 127 characters is cut.
  * Returns    0; -1 when the conversion fails or the size that came back is below 2. */
 ZEBCS_API s32 KCSUniSigned32ToStr(ustring *pDest, u32 *pDestSize, s32 value, s32 radix);
 ZEBCS_API s32 KCSUniUnSigned32ToStr(ustring *pDest, u32 *pDestSize, u32 value, s32 radix);
+
+/* The same for a double.
+ *
+ * precision  the number of decimals; text beyond 127 characters is cut. */
 ZEBCS_API s32 KCSUniDoubleToStr(ustring *pDest, u32 *pDestSize, d64 value, s32 precision);
+
+/* The same for a local time, as KCSTimeToAStr writes it.
+ *
+ * pDest      where it does not fit, the call fails and the size stays.
+ * pDestSize  in: room in units; out: bytes needed or used, with the terminator.
+ * Returns    0; -1 when the conversion fails or the size that came back is below 2. */
 ZEBCS_API s32 KCSUniTimeToStr(ustring *pDest, u32 *pDestSize, const time_t *pTimer);
 
 /* Checks. Each returns 0 when the whole text is valid, else SM_STATUS_INVALID_INPUT; NULL and empty texts are invalid.
@@ -123,9 +132,9 @@ ZEBCS_API booln KCSASCIIToBoolnV(const astring *pStr, s32 *pStatus);
  *            replaced is as long as pFind and ends where the match ended.
  * pDestSize  in: room in bytes. With SM_STATUS_INSUFFICIENT_BUFFER it receives the bytes needed, else it is untouched.
  * pDest      NULL asks for the size, with SM_STATUS_INSUFFICIENT_BUFFER. Without a match it must hold a text: as many
- * characters of pSrc as that text is long take its place, filled up with zeros. Returns    0; -1 without a match;
- * SM_STATUS_INSUFFICIENT_BUFFER; SM_STATUS_INVALID_INPUT when another argument is NULL, when pSrc or pFind is empty, or
- * when pFind is longer than pSrc. */
+ *            characters of pSrc as that text is long take its place, filled up with zeros.
+ * Returns    0; -1 without a match; SM_STATUS_INSUFFICIENT_BUFFER; SM_STATUS_INVALID_INPUT when another argument is
+ *            NULL, when pSrc or pFind is empty, or when pFind is longer than pSrc. */
 ZEBCS_API s32 KCSASCIIReplaceSubstr(const astring *pSrc, const astring *pFind, const astring *pReplace, u32 *pDestSize,
                                     astring *pDest);
 

@@ -120,11 +120,13 @@ ZEBCS_API astring *SUPTIntfGetOSLocaleName(void);
 ZEBCS_API astring *SUPTIntfGetOSLanguage(void);
 ZEBCS_API astring *SUPTIntfGetOSCountry(void);
 ZEBCS_API astring *SUPTIntfGetHostNameAStr(void);
-ZEBCS_API astring *SUPTIntfHostGetHostNameAStr(void);
 ZEBCS_API astring *SUPTIntfGetXSLPathLocale(const astring *pApp, const astring *pType, const astring *pXSLName,
                                             const astring *pLangCountryCode, u32 xslHeadTailMask, booln bIsConsole);
 ZEBCS_API u32 GetUnicodeStringFromIDPathFile(u32 stringID, u32 *pLanguageId, const astring *pPathFileName,
                                              ustring *pDest, u32 *pDestSize);
+
+/* The same as KCSGetHostNameAStr. */
+ZEBCS_API astring *SUPTIntfHostGetHostNameAStr(void);
 
 /* Returns the locale name for a language identifier as a constant, which is not released. */
 ZEBCS_API const astring *SUPTIntfGetLocaleName(u32 languageId);

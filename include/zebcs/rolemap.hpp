@@ -36,10 +36,13 @@ namespace VornSupport {
 class ZEBCS_API VornException : public std::exception {
  public:
   VornException() noexcept = default;
+  // `text` must outlive the exception.
   VornException(int code, const char *text) noexcept : m_code(code), m_text(text) {}
   ~VornException() override;
 
+  // The code, or 0.
   int GetCode() const noexcept { return m_code; }
+  // The text, or an empty one.
   const char *what() const noexcept override;
 
  private:
@@ -56,6 +59,7 @@ class VornCriticalSectionObject {
 // Holds a lock object for the length of a scope.
 class VornCriticalSection {
  public:
+  // Takes the lock, waiting without time limit.
   [[nodiscard]] explicit VornCriticalSection(VornCriticalSectionObject &object) : m_lock(object.m_mutex) {}
 
  private:
@@ -74,15 +78,19 @@ enum fileReadErrorCode {
   DUPLICATE_ENTRY = 6,            // it names a user twice for the same host
 };
 
+// An error in the role-map file.
 class ZEBCS_API ZEBRoleMapFileReaderException : public VornSupport::VornException {
  public:
   ZEBRoleMapFileReaderException() noexcept = default;  // no code, no line
+
+  // The line is counted from 1, or 0 for none.
   ZEBRoleMapFileReaderException(fileReadErrorCode code, unsigned long lineNumber) noexcept;
   ~ZEBRoleMapFileReaderException() override;
 
+  // What is wrong.
   fileReadErrorCode getErrorCode() const noexcept { return m_errorCode; }
 
-  // The line that the error concerns, counted from 1, or 0 for none.
+  // The line that the error concerns.
   unsigned long GetLineNumber() const noexcept { return m_lineNumber; }
 
   // The id under which the failure goes to the command log.
@@ -129,6 +137,7 @@ class ZEBCS_API QXAuthFileRecord {
 // The one reader of the role-map file.
 class ZEBCS_API QXAuthFileReader {
  public:
+  // The reader, which lives as long as the process.
   static QXAuthFileReader &GetInstance();
   QXAuthFileReader(const QXAuthFileReader &) = delete;
   QXAuthFileReader &operator=(const QXAuthFileReader &) = delete;
@@ -167,6 +176,7 @@ class ZEBCS_API QXAuthFileReader {
 // The lookup tables and the rules that find a user's privilege in them.
 class ZEBCS_API ZEBRoleMapAlgorithm {
  public:
+  // The tables, which live as long as the process.
   static ZEBRoleMapAlgorithm &GetInstance();
   ZEBRoleMapAlgorithm(const ZEBRoleMapAlgorithm &) = delete;
   ZEBRoleMapAlgorithm &operator=(const ZEBRoleMapAlgorithm &) = delete;

@@ -12,15 +12,15 @@
 /* Marks what the library exports; everything else is hidden. */
 #define ZEBCS_API __attribute__((visibility("default")))
 
-typedef uint8_t u8;
-typedef int8_t s8;
-typedef uint16_t u16;
-typedef int16_t s16;
-typedef uint32_t u32;
-typedef int32_t s32;
-typedef uint64_t u64;
-typedef int64_t s64;
-typedef double d64;
+typedef uint8_t u8;       /* unsigned, 8 bits: bytes */
+typedef int8_t s8;        /* signed, 8 bits */
+typedef uint16_t u16;     /* unsigned, 16 bits */
+typedef int16_t s16;      /* signed, 16 bits */
+typedef uint32_t u32;     /* unsigned, 32 bits: sizes, counts, identifiers */
+typedef int32_t s32;      /* signed, 32 bits: status codes */
+typedef uint64_t u64;     /* unsigned, 64 bits */
+typedef int64_t s64;      /* signed, 64 bits */
+typedef double d64;       /* floating point, 64 bits */
 typedef int16_t booln;    /* 0 false, 1 true */
 typedef uint8_t BOOL;     /* only in the few platform-facing calls that use it */
 typedef char astring;     /* narrow text, UTF-8 */
@@ -28,7 +28,7 @@ typedef uint16_t ustring; /* one UTF-16 code unit */
 
 /* Status codes. A function that returns a status returns one of these as s32; the values never change. Some
  * predicates and parsers answer "no" with a plain -1, which has no name. */
-#define SM_STATUS_SUCCESS 0
+#define SM_STATUS_SUCCESS 0                /* success */
 #define SM_STATUS_BAD_PARAMETER 2          /* a required pointer is NULL or a required string is empty */
 #define SM_STATUS_NOT_FOUND 7              /* the requested item does not exist */
 #define SM_STATUS_LOCK_TIMEOUT 11          /* the process-wide file lock could not be taken */

@@ -23,12 +23,14 @@
 extern "C" {
 #endif
 
+/* A self-sizing string of bytes. */
 typedef struct KCSSSAStr {
   astring *pStr;  /* the text, or NULL while there is no buffer */
   u32 strBufSize; /* room, in bytes */
   u32 strCurLen;  /* length, in bytes, without the terminator */
 } KCSSSAStr;
 
+/* A self-sizing string of 16-bit units. */
 typedef struct KCSSSUStr {
   ustring *pStr;  /* the text, or NULL while there is no buffer */
   u32 strBufSize; /* room, in bytes */

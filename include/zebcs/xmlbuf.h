@@ -49,9 +49,9 @@ extern "C" {
 
 /* A value with its type, for KCX_NODE. */
 typedef struct KCSXNodeDef {
-  u32 valType;
-  u32 valSubType;
-  const void *pVal;
+  u32 valType;      /* one of the types above */
+  u32 valSubType;   /* what the type says */
+  const void *pVal; /* the value */
 } KCSXNodeDef;
 
 /* Makes a buffer of at least `initSize` and 64 bytes. With `appendHeader` of exactly 1 its text begins with a
