@@ -23,7 +23,10 @@ need_packages() {
 # To build the library and zebctl, and to run them in a sandbox.
 build_packages=(g++ cmake ninja-build libpam0g-dev libssl-dev libcli11-dev nlohmann-json3-dev iproute2)
 # To build and run all tests, with both compilers.
-test_packages=("${build_packages[@]}" binutils clang libclang-rt-14-dev libgtest-dev strace)
+test_packages=("${build_packages[@]}" abigail-tools binutils clang doxygen libclang-rt-14-dev libgtest-dev
+  pkg-config strace)
+# To build the Debian packages and try them in a clean system.
+packaging_packages=("${build_packages[@]}" debhelper dpkg-dev git lintian mmdebstrap)
 # To run the benchmarks beside other libraries.
 bench_packages=("${build_packages[@]}" pkg-config libbenchmark-dev libfmt-dev libglib2.0-dev libicu-dev libinih-dev
   libiniparser-dev libpugixml-dev libspdlog-dev libxml2-dev sudo)
