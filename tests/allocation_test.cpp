@@ -423,3 +423,59 @@ TEST(Allocation, TheINIStoreAsksForNone) {
   EXPECT_EQ(std::vector<s32>(statuses, statuses + 3), (std::vector<s32>{0, 0, 0}));
   EXPECT_STREQ(value, "w");
 }
+
+TEST(Allocation, ListsAndEntriesAreNullAndNothingLeaks) {
+  for (int n = 1; n <= 2; ++n) {  // the record and its lock
+    blocks = 0;
+    ASSERT_TRUE(FailRequest(n, [] { EXPECT_EQ(KCSSLListAlloc(), nullptr); })) << n;
+    ASSERT_TRUE(FailRequest(n, [] { EXPECT_EQ(KCSDLListAlloc(), nullptr); })) << n;
+    EXPECT_EQ(blocks, 0) << n;
+  }
+  ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(KCSSLListEntryAlloc(8), nullptr); }));
+  ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(KCSDLListEntryAlloc(8), nullptr); }));
+}
+
+TEST(Allocation, LibraryIsNotLoadedWithoutACopyOfItsPath) {
+  KCSLibrary library = {};
+  blocks = 0;
+  ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSLibLoad(&library, "libm.so.6"), -1); }));
+  EXPECT_EQ(library.pLibPathFileName, nullptr);
+  EXPECT_EQ(library.hLib, nullptr);
+  EXPECT_EQ(blocks, 0);
+}
+
+TEST(Allocation, StylesheetIsNullAndNothingLeaks) {
+  sandbox::RequireSandbox();
+  const std::string root = "/opt/vorn/fleetops/var/lib/kelvestane/xslroot//app";
+  ASSERT_TRUE(sandbox::MakeDirectories(root + "/template/html"));
+  ASSERT_TRUE(sandbox::WriteFile(root + "/template/html/with.xsl", ""));
+  for (const char *name : {"with.xsl", "without.xsl"}) {
+    int n = 1;
+    for (bool failed = true; failed; ++n) {
+      blocks = 0;
+      astring *text = nullptr;
+      failed = FailRequest(n, [&] { text = KCSGetXSLPathLocale("app", "html", name, "de", 14, 0); });
+      EXPECT_EQ(text == nullptr, failed) << name << ", " << n;
+      EXPECT_EQ(blocks, failed ? 0 : 1) << name << ", " << n;
+      KCSFreeMem(text);
+    }
+    EXPECT_GT(n, 2) << name;
+  }
+  ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(ConvertPathToURI("a b"), nullptr); }));
+  ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(SIGetXSLPath("a", "b", "c", nullptr, 0, 0), nullptr); }));
+  ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(SIGetXSLPathLocalePermutate("a", "b", "c", "de", 0, 0), nullptr); }));
+}
+
+TEST(Allocation, StringResourcesAskForNone) {
+  const sandbox::TemporaryDirectory directory;
+  const std::string path = directory.Path("texts");
+  ASSERT_TRUE(sandbox::WriteFile(path, std::string("\xFF\xFE"
+                                                   "0\0:\0"
+                                                   "1\0=\0a\0\r\0\n\0",
+                                                   16)));
+  ustring text[8];
+  u32 size = sizeof text;
+  EXPECT_FALSE(
+      FailRequest(1, [&] { EXPECT_EQ(GetUnicodeStringFromIDPathFile(1, nullptr, path.c_str(), text, &size), 4u); }));
+  EXPECT_EQ(text[0], 'a');
+}
