@@ -297,7 +297,7 @@ int List(const Arguments &arguments) {
 
 constexpr char kExitStatuses[] =
     "Exit status: 0  success\n"
-    "             1  the library refused, and standard error or the JSON names its status\n";
+    "             1  the library refused, and standard error, or the JSON if asked for, names its status\n";
 
 }  // namespace
 

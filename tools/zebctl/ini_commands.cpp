@@ -453,7 +453,7 @@ int List(const Arguments &arguments, bool ofKeys) {
 
 constexpr char kExitStatuses[] =
     "Exit status: 0  success\n"
-    "             1  the library refused, and standard error or the JSON names its status\n";
+    "             1  the library refused, and standard error, or the JSON if asked for, names its status\n";
 
 constexpr char kTypesHelp[] =
     "Types: astring    text, byte for byte\n"

@@ -610,7 +610,7 @@ int Max(const Arguments &arguments) { return arguments.maxSize ? SetMax(argument
 
 constexpr char kExitStatuses[] =
     "Exit status: 0  success\n"
-    "             1  the library refused, and standard error or the JSON names its status\n";
+    "             1  the library refused, and standard error, or the JSON if asked for, names its status\n";
 
 }  // namespace
 
@@ -680,7 +680,7 @@ void AddLogCommands(CLI::App &app, int &exitStatus) {
           ",\nwhich is made if it is missing, with its directories; standard error then says so. Programs that run\n"
           "go by it from their next entry on.\n\n"
           "Exit status: 0  success\n"
-          "             1  the library refused, and standard error or the JSON names its status; or the maximum\n"
+          "             1  the library refused, and standard error, or the JSON if asked for, names its status; or the maximum\n"
           "                is one that the library would not let anybody set\n",
       Max);
   CLI::Option *const bytes = max->add_option_function<std::string>(
