@@ -108,6 +108,13 @@ TEST(VerifyHashID, TellsWhatIsInUse) {
   EXPECT_EQ(VerifyHashID(table.data(), 0, 1), -1);
 }
 
+TEST(VerifyHashID, ZeroIsNeverInUse) {
+  std::vector<u32> table{0xFFFFFFFF};
+  EXPECT_EQ(KCSVerifyHashID(table.data(), 4, 0), -1);
+  EXPECT_EQ(KCSReleaseHashID(table.data(), 4, 0), -1);
+  EXPECT_EQ(table, (std::vector<u32>{0xFFFFFFFF}));
+}
+
 TEST(VerifyHashID, KeptBoundCountsBytes) {
   const GuardedBuffer memory(7);
   std::memset(memory.data<u8>(), 0xFF, 7);

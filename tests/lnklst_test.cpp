@@ -334,6 +334,65 @@ TYPED_TEST(LinkedList, ThreadsHandEachEntryOverOnce) {
   EXPECT_EQ(sum, long{kThreads} * kEntries * (kThreads * kEntries - 1) / 2);
 }
 
+TYPED_TEST(LinkedList, ThreadsInsertInOrderAndDeleteBesideEachOther) {
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 2000;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([this, own = std::vector{this->New(t), this->New(t + kThreads)}] {
+      for (int i = 0; i < kRounds; ++i) {
+        EXPECT_EQ(TypeParam::InsertOrdered(this->m_list, own[0], Compare), 0);
+        EXPECT_EQ(TypeParam::InsertKeyed(this->m_list, own[1], Compare), 0);
+        TypeParam::Delete(this->m_list, own[static_cast<size_t>(i % 2)]);
+        TypeParam::Delete(this->m_list, own[static_cast<size_t>(1 - i % 2)]);
+      }
+      TypeParam::InsertOrdered(this->m_list, own[0], Compare);
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+  this->ExpectList({this->m_entries[0], this->m_entries[2], this->m_entries[4], this->m_entries[6]});
+}
+
+TYPED_TEST(LinkedList, ThreadTakesFromTheTailWhatOthersPutInAtTheHead) {
+  constexpr int kThreads = 3;
+  constexpr int kEntries = 1000;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    std::vector<typename TypeParam::Entry *> own;
+    for (int i = 0; i < kEntries; ++i) own.push_back(this->New(i, t));
+    threads.emplace_back([this, own] {
+      for (auto *entry : own) TypeParam::InsertAtHead(this->m_list, entry);
+    });
+  }
+  int next[kThreads] = {};
+  for (int taken = 0; taken < kThreads * kEntries;) {
+    auto *const entry = TypeParam::RemoveAtTail(this->m_list);
+    if (entry == nullptr) {
+      std::this_thread::yield();
+      continue;
+    }
+    EXPECT_EQ(PayloadOf(entry).key, next[PayloadOf(entry).mark]++) << "in the order in which its thread put it in";
+    ++taken;
+  }
+  for (std::thread &thread : threads) thread.join();
+  this->ExpectList({});
+}
+
+TYPED_TEST(LinkedList, FreeWaitsForWhoIsAtWork) {
+  auto *const list = TypeParam::Alloc();
+  ASSERT_NE(list, nullptr);
+  std::atomic<bool> isDone = false;
+  LockContext(list->pLock);
+  std::thread releasing([&] {
+    TypeParam::Free(list);
+    EXPECT_TRUE(isDone);
+  });
+  for (int i = 0; i < 100; ++i) std::this_thread::yield();
+  isDone = true;
+  UnLockContext(list->pLock);
+  releasing.join();
+}
+
 TEST(SLListDeleteEntry, EntryOfAnotherListChangesNothing) {
   KCSSLList *const list = SLListAlloc();
   KCSSLList *const other = SLListAlloc();

@@ -463,9 +463,10 @@ TEST_F(WebServer, RestartGivesTheServiceNoneOfTheDescriptors3To255) {
     for (const auto function : kFunctions) {
       for (const s32 command : {3, 4}) {
         const OpenDescriptors open(3, 300);
-        for (const int fd : {3, 4, 254, 255, 256}) ASSERT_EQ(fcntl(fd, F_GETFD), 0) << fd << " would be passed on";
-        const std::set<int> above = Between(open.numbers(), 256, 300);
-        ASSERT_EQ(above.size(), 45u);
+        // Also those that this test was started with: any would be passed on.
+        for (int fd = 3; fd <= 300; ++fd) ASSERT_EQ(fcntl(fd, F_SETFD, 0), 0) << fd;
+        std::set<int> above;
+        for (int fd = 256; fd <= 300; ++fd) above.insert(fd);
         EXPECT_EQ(function(command, nullptr, nullptr), 0);
         const std::set<int> given = m_standIns.TakeDescriptors();
         EXPECT_EQ(Between(given, 0, 2), (std::set<int>{0, 1, 2}));

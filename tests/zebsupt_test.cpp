@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <sstream>
+#include <string>
 #include <thread>
 
 #include "program.h"
@@ -279,6 +282,38 @@ TEST(StatusCodes, HaveTheirValues) {
       {SM_STATUS_NO_MEMORY, 0x110},   {SM_STATUS_NULL_ADDRESS, 0x2018},
   };
   for (const auto &row : table) EXPECT_EQ(row.status, row.value);
+}
+
+TEST(Library, HoldsTheLockWhileItAttachesAndDetaches) {
+  sandbox::RequireSandbox();
+  const sandbox::TemporaryDirectory directory;
+  const std::string trace = directory.Path("trace");
+  const ProgramResult result =
+      RunProgram({ZEBCS_STRACE, "-f", "-o", trace, "-e", "trace=fcntl,openat,close", ZEBCS_FRAME_PROBE, "name"});
+  ASSERT_EQ(result.status, 0) << result.errors;
+  // What is done to the lock file, as letters: opened, waited for without limit, tried, unlocked, closed.
+  std::string calls;
+  std::string descriptor;
+  std::istringstream lines(sandbox::ReadFile(trace));
+  for (std::string line; std::getline(lines, line);) {
+    const auto has = [&line](const std::string &text) { return line.find(text) != std::string::npos; };
+    if (has(".zebipc\"")) {
+      calls += 'o';
+      descriptor = line.substr(line.rfind(' ') + 1);
+    }
+    if (descriptor.empty()) continue;
+    if (has("fcntl(" + descriptor + ", F_SETLK")) calls += has("F_UNLCK") ? 'u' : has("F_SETLKW") ? 'w' : 't';
+    if (has("close(" + descriptor + ")")) calls += 'c';
+  }
+  EXPECT_TRUE(calls.starts_with("owu")) << calls;
+  EXPECT_TRUE(calls.ends_with("wuc")) << calls;
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), 'w'), 2) << calls << ", and all other locks have a limit";
+}
+
+TEST(KCSReAllocMem, SizeZeroReleasesTheBlock) {
+  void *const block = KCSAllocMem(100);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(KCSReAllocMem(block, 0), nullptr);
 }
 
 #ifndef ZEBCS_SANITIZED  // whose runtime cannot be in two namespaces

@@ -34,9 +34,9 @@ u32 FindFreeWord(const void *pHashTable, u32 index, u32 count) {
   return index;
 }
 
-// The byte of an identifier and its bit there. Null beyond the table, all bytes of which count here.
+// The byte that has an identifier's bit. Null for 0, which is none, and beyond the table, all bytes of which count here.
 u8 *FindByte(void *pHashTable, u32 hashTableSize, u32 hashID) {
-  if (pHashTable == nullptr || hashID / kBitsPerByte >= hashTableSize) return nullptr;
+  if (pHashTable == nullptr || hashID == 0 || hashID / kBitsPerByte >= hashTableSize) return nullptr;
   return static_cast<u8 *>(pHashTable) + hashID / kBitsPerByte;
 }
 

@@ -71,8 +71,8 @@ void LinkBehind(List &list, Entry *pPrevious, Entry &entry) {
 template <class List, class Entry>
 void InsertAtTail(List *pList, Entry *pEntry) {
   if (pList == nullptr || pEntry == nullptr) return;
-  pEntry->pNext = nullptr;  // nobody else has the entry yet: the less is done under the lock, the better
   const ListLock lock(*pList);
+  pEntry->pNext = nullptr;
   Entry *const tail = pList->pTail;
   SetPrevious(*pEntry, tail);
   pList->pTail = pEntry;

@@ -5,7 +5,9 @@
  * library still loads, stays detached, and every call that needs the lock or the IP support says so.
  *
  * Ownership: a block that the library returns for the caller to own comes from the process heap and is released
- * with KCSFreeMem, KCSGenericFree or SUPTFreeMem. The three are interchangeable. */
+ * with KCSFreeMem, KCSGenericFree or SUPTFreeMem. The three are interchangeable.
+ *
+ * Threads: where nothing else is said, every function may run on any thread. */
 #ifndef ZEBCS_FRAME_H
 #define ZEBCS_FRAME_H
 
@@ -47,7 +49,7 @@ ZEBCS_API int ModuleFini(void);
  *          same process succeeds at once, and the first release drops it. */
 ZEBCS_API booln FileLock(booln bBlock);
 
-/* Releases the process-wide file lock. */
+/* Releases the process-wide file lock, whichever thread took it. */
 ZEBCS_API void FileUnlock(void);
 
 /* Makes a lock for the caller's own data, local to the process.
@@ -55,7 +57,7 @@ ZEBCS_API void FileUnlock(void);
  * Returns  an opaque handle, released with KCSFreeContextLock; NULL when memory ran out. */
 ZEBCS_API void *KCSAllocContextLock(void);
 
-/* Destroys a context lock, which nobody may hold. NULL is ignored. */
+/* Destroys a context lock, which nobody may hold or wait for. NULL is ignored. */
 ZEBCS_API void KCSFreeContextLock(void *pCL);
 
 /* Takes a context lock, waiting without time limit. NULL is ignored. The lock does not nest. */
@@ -71,6 +73,7 @@ ZEBCS_API void *KCSAllocMem(u32 size);
 
 /* Changes the size of a block as the heap's ordinary reallocation does; pMem may be NULL.
  *
+ * size     with 0, a block is released and NULL returned.
  * Returns  the block at its new place; NULL when memory ran out, and pMem is then still valid. */
 ZEBCS_API void *KCSReAllocMem(void *pMem, u32 size);
 

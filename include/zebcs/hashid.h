@@ -31,7 +31,7 @@ ZEBCS_API u32 KCSAcquireHashID(void *pHashTable, u32 hashTableSize);
 
 /* Tells whether an identifier is in use. Those of the bytes behind the last whole word are looked at, too.
  *
- * Returns  0 when it is; -1 when it is free or beyond the table. */
+ * Returns  0 when it is; -1 when it is free or beyond the table, and for 0. */
 ZEBCS_API s32 KCSVerifyHashID(const void *pHashTable, u32 hashTableSize, u32 hashID);
 
 /* Frees an identifier. Returns 0; -1 when it was not in use. */

@@ -11,8 +11,9 @@
  *
  * A NULL list or entry is ignored.
  *
- * Threads: every function may run on any thread; those of one list exclude each other. A payload belongs to whoever has
- * the entry. A comparison must not use the list that it is called for. */
+ * Threads: every function may run on any thread; those of one list exclude each other. Whoever reads a list's record
+ * himself holds its pLock meanwhile. A payload belongs to whoever has the entry. A comparison must not use the list
+ * that it is called for. */
 #ifndef ZEBCS_LIST_H
 #define ZEBCS_LIST_H
 
@@ -60,7 +61,8 @@ typedef s32 (*PFNDLLISTCMP)(KCSDLListEntry *pNew, KCSDLListEntry *pListed);
 ZEBCS_API KCSSLList *KCSSLListAlloc(void);
 ZEBCS_API KCSDLList *KCSDLListAlloc(void);
 
-/* Release a list. Entries that are still in it are not touched. */
+/* Release a list. Entries that are still in it are not touched. A thread that is at work in the list is waited for;
+ * none may come to it any more. */
 ZEBCS_API void KCSSLListFree(KCSSLList *pList);
 ZEBCS_API void KCSDLListFree(KCSDLList *pList);
 

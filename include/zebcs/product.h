@@ -4,7 +4,7 @@
  * ran out or for the reason that it names. The paths are fixed; nothing in the environment changes them. Where a
  * block of 256 bytes is promised, a caller may go on writing behind the text, up to its end.
  *
- * Threads: every function may run on any thread. */
+ * Threads: every function may run on any thread; a stream belongs to one thread at a time. */
 #ifndef ZEBCS_PRODUCT_H
 #define ZEBCS_PRODUCT_H
 
@@ -93,11 +93,12 @@ ZEBCS_API astring *KCSGetXSLPathLocale(const astring *pApp, const astring *pType
  * CR LF loses its last unit.
  *
  * pLanguageId  in: the language; NULL, 0, 437 and 1033 stand for the neutral one. out: 0 when the text was looked for
- * in the neutral language; not changed where a message took the text's place. pDest        receives the text and its
- * terminator. Where the file cannot be used, it receives an English message instead: "Invalid Path File Name", "String
- * resource not found" or "Invalid string resource found". pDestSize    in: room in bytes; out: as returned. Returns the
- * size in bytes, terminator included; 0 when nothing was delivered: no such text, no destination, or too little room,
- * which does not tell the size needed. */
+ *              in the neutral language; not changed where a message took the text's place.
+ * pDest        receives the text and its terminator. Where the file cannot be used, it receives an English message
+ *              instead: "Invalid Path File Name", "String resource not found" or "Invalid string resource found".
+ * pDestSize    in: room in bytes; out: as returned. With NULL here nothing is stored.
+ * Returns      the size in bytes, terminator included; 0 when nothing was delivered: no such text, no destination, or
+ *              too little room, which does not tell the size needed. With neither destination nor size it does. */
 ZEBCS_API u32 KCSGetUnicodeStringFromIDPathFile(u32 stringID, u32 *pLanguageId, const astring *pPathFileName,
                                                 ustring *pDest, u32 *pDestSize);
 
@@ -140,15 +141,20 @@ ZEBCS_API s32 SUPTIntfInitZEBInstallPath(void);
  * Returns  0; SM_STATUS_BUFFER_TOO_SMALL below 20 bytes; SM_STATUS_BAD_PARAMETER when an argument is NULL. */
 ZEBCS_API s32 OSInitZEBInstallPath(astring *pDest, u32 *pSize);
 
-/* Makes the path of a stylesheet: the application's folder, "template" when asked for, the locale's folder unless
- * pLocaleCode is NULL or empty, the type and the name, with "/" in between; cut at 255 characters.
+/* Makes the path of a stylesheet: the application's folder, "template" when asked for, the locale's folder, the type
+ * and the name, with "/" in between; cut at 255 characters.
  *
- * pLocaleCode  in SIGetXSLPath, one or two folders as they are: "en/US". In SIGetXSLPathLocalePermutate, a code of at
- *              most 5 characters, tried as the folders "en/US" and then "en".
+ * pLocaleCode  one or two folders as they are, such as "en/US"; NULL or empty for none.
  * bValidate    not 0: only what exists is returned.
- * Returns      NULL also when another argument is NULL, the code too long, or nothing exists. */
+ * Returns      NULL also when another argument is NULL, or it had to exist and does not. */
 ZEBCS_API astring *SIGetXSLPath(const astring *pXSLRootAppPath, const astring *pType, const astring *pXSLName,
                                 const astring *pLocaleCode, booln bUseTemplate, booln bValidate);
+
+/* The same for a locale code: "en_US" is tried as the folders "en/US" and then as "en".
+ *
+ * pLocaleCode  at most 5 characters.
+ * bValidate    0: the first of the two is returned without a look at the files.
+ * Returns      NULL also when an argument is NULL, the code empty or too long, or nothing exists. */
 ZEBCS_API astring *SIGetXSLPathLocalePermutate(const astring *pXSLRootAppPath, const astring *pType,
                                                const astring *pXSLName, const astring *pLocaleCode, booln bUseTemplate,
                                                booln bValidate);
@@ -171,8 +177,9 @@ ZEBCS_API u32 SetUnicodeStringToDestination(const ustring *pSrc, ustring *pDest,
  * that does not end with CR LF loses its last unit, and a CR LF that ends beyond the room is split.
  *
  * pStr     room for numChar units; those behind the terminator are undefined.
- * fp       must have a position that can be set.
- * Returns  pStr; NULL when fewer than two units are left, one of which is passed over, or an argument is missing. */
+ * numChar  at least 2: with 1, a unit is passed over and there is no line.
+ * Returns  pStr; NULL when fewer than two units are left, a single one of which is passed over, when an argument is
+ *          NULL or below 1, and for a stream whose position cannot be told and set. */
 ZEBCS_API ustring *dc_fgetws(ustring *pStr, s32 numChar, FILE *fp);
 
 #ifdef __cplusplus

@@ -1,6 +1,8 @@
 /* Services of the operating system: threads, dynamic libraries, shutdown, the web connection service.
  *
- * The records belong to the caller, who passes them by address and keeps them until the thread or library is done. */
+ * The records belong to the caller, who passes them by address and keeps them until the thread or library is done.
+ *
+ * Threads: every function may run on any thread; a record belongs to one thread at a time. */
 #ifndef ZEBCS_SYSTEM_H
 #define ZEBCS_SYSTEM_H
 
@@ -33,7 +35,7 @@ typedef struct KCSLibrary {
 ZEBCS_API s32 KCSThreadStart(KCSThreadInfo *pKCSTI, FPROCKCSTHREADROUTINE fpKCSTR, void *pKCSThreadData);
 
 /* Waits, without time limit, until a thread has ended, and releases it: exactly once for each that was started. Does
- * not ask it to end. Returns 0. */
+ * not ask it to end. NULL is ignored. Returns 0. */
 ZEBCS_API s32 KCSThreadStop(KCSThreadInfo *pKCSTI);
 
 /* Loads a dynamic library, with all its symbols bound at once.
@@ -47,7 +49,7 @@ ZEBCS_API s32 KCSLibLoad(KCSLibrary *pSL, const astring *pLibPathFileName);
 
 /* Unloads a library and releases the record's copy of its path. The record holds nothing then.
  *
- * Returns  0; -1 when it cannot be closed, or nothing was loaded. */
+ * Returns  0; -1 when it cannot be closed, nothing was loaded, or the record is NULL. */
 ZEBCS_API s32 KCSLibUnLoad(KCSLibrary *pSL);
 
 /* Looks up what a library exports.
@@ -71,11 +73,12 @@ ZEBCS_API BOOL KCSOSShutdown(BOOL forceIt, BOOL restartAfterShutdown);
  * standard output.
  *
  * webServerCmd   0 stops, 1 starts, 3 and 4 restart; any other value passes the service's name as the command. A
- * restart marks the descriptors 3 to 255 of this process close-on-exec: the service is started with none of them.
+ *                restart marks the descriptors 3 to 255 of this process close-on-exec: the service gets none of them.
  * serviceName    has no effect.
- * webServerStat  receives the exit code of the command; NULL for none.
- * Returns        0 for exit code 0; SM_STATUS_RENAME_FAILED (258) for exit code 2; -1 for any other, and when the
- *                command could not be run.
+ * webServerStat  receives the exit code of the command: of the tool, which is 0 as well when a signal ended it; 126 or
+ *                127 when the shell could not start it; 255 when the command could not be run or its end not be waited
+ *                for. May be NULL.
+ * Returns        0 for exit code 0; SM_STATUS_RENAME_FAILED (258) for exit code 2; else -1.
  * Threads        as those of system(): SIGINT and SIGQUIT are ignored by the process meanwhile. */
 ZEBCS_API s32 KCSWebServer(s32 webServerCmd, const astring *serviceName, s32 *webServerStat);
 
