@@ -2,6 +2,8 @@
 #include "zebcs/hashid.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
@@ -96,6 +98,27 @@ TEST(AcquireHashID, BitOfZeroIsPassedOver) {
   table = {0xFFFFFFFE, 0};
   EXPECT_EQ(AcquireHashID(table.data(), 8), 32u);
   EXPECT_EQ(table, (std::vector<u32>{0xFFFFFFFE, 1}));
+}
+
+TEST(AcquireHashID, EndsWithTheIdentifiersOf32Bits) {
+  constexpr u32 kFull = 1u << 29;  // bytes: all identifiers of 32 bits
+  constexpr u32 kPiece = 1u << 20;
+  constexpr u32 kSize = kFull + kPiece;
+  // One piece of memory stands at every place of the table but the last.
+  const int file = memfd_create("piece", MFD_CLOEXEC);
+  ASSERT_EQ(ftruncate(file, kPiece), 0);
+  void *const table = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  ASSERT_NE(table, MAP_FAILED);
+  u8 *const bytes = static_cast<u8 *>(table);
+  for (u32 at = 0; at < kFull; at += kPiece) {
+    ASSERT_NE(mmap(bytes + at, kPiece, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, file, 0), MAP_FAILED);
+  }
+  std::memset(bytes, 0xFF, kPiece);
+  EXPECT_EQ(AcquireHashID(table, kSize), 0u) << "the bits behind them have no identifier";
+  EXPECT_EQ(bytes[kFull], 0);
+  EXPECT_EQ(GetMaxInUseID(table, kSize), 0xFFFFFFFFu);
+  munmap(table, kSize);
+  close(file);
 }
 
 TEST(VerifyHashID, TellsWhatIsInUse) {

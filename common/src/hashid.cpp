@@ -2,6 +2,7 @@
 // so that a table needs no alignment and two words can be looked at in one go.
 #include "zebcs/hashid.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -12,8 +13,10 @@ namespace {
 constexpr u32 kBitsPerWord = 32;
 constexpr u32 kBitsPerByte = 8;
 
+// The words of a table whose identifiers have 32 bits; there can be more.
 u32 WordCount(const void *pHashTable, u32 hashTableSize) {
-  return pHashTable == nullptr ? 0 : hashTableSize / static_cast<u32>(sizeof(u32));
+  constexpr u32 kMost = 1u << 27;
+  return pHashTable == nullptr ? 0 : std::min(hashTableSize / static_cast<u32>(sizeof(u32)), kMost);
 }
 
 template <class Word = u32>

@@ -1,7 +1,8 @@
 /* Small integer identifiers, handed out from a bitmap in the caller's memory.
  *
  * A table is any memory of hashTableSize bytes; its whole 32-bit words count. An identifier is the index of a bit in
- * it: word id / 32, bit id % 32, set while it is in use. 0 is never handed out and stands for "none".
+ * it: word id / 32, bit id % 32, set while it is in use. 0 is never handed out and stands for "none". Of a table above
+ * 512 MiB the rest has no identifiers.
  *
  *   u32 table[32];
  *   KCSClearHashTable(table, sizeof table);           ... identifiers 1 to 1023

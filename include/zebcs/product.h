@@ -36,7 +36,7 @@ ZEBCS_API astring *KCSGetZEBWEBDocsPath(void);
 ZEBCS_API astring *KCSGetZEBCLIDocsPath(void);
 
 /* The directory for temporary files of the web server, which is made if only it is missing, in a block of 256
- * bytes. NULL when it cannot be. */
+ * bytes. NULL when it cannot be; what else has its name is taken for it. */
 ZEBCS_API astring *KCSGetIWSTempDirPath(void);
 
 /* The path of a brand's INI file: brand "vorn" for a brandingValue of exactly "0", "debrand" for any other text. The
@@ -77,6 +77,9 @@ ZEBCS_API booln KCSCheckModularChassis(void);
  * the language's "globals.xsl", all from "template": "template/en/US/TYPE/NAME" and so on. The two are looked for in
  * "en_US" as well, "globals.xsl" only there once the other was not found in the language; one that is missing is left
  * out.
+ *
+ * Names are put in as they are, but for blanks and backslashes: they must not have what XML or a URI gives a meaning,
+ * such as "&" or a quote, nor "..", which leads out of the folder.
  *
  * pLangCountryCode  at most 5 characters, such as "en_US" or "de"; NULL or empty for "en_US".
  * xslHeadTailMask   what a stylesheet has around its includes, added up: 2 the XML declaration, 4 the start tag, 8 the

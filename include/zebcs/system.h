@@ -72,12 +72,13 @@ ZEBCS_API BOOL KCSOSShutdown(BOOL forceIt, BOOL restartAfterShutdown);
  * "/etc/os-release" does not exist, and waits for that. What these say on their error output appears on the caller's
  * standard output.
  *
- * webServerCmd   0 stops, 1 starts, 3 and 4 restart; any other value passes the service's name as the command. A
- *                restart marks the descriptors 3 to 255 of this process close-on-exec: the service gets none of them.
+ * webServerCmd   0 stops, 1 starts, 3 and 4 restart. Any other value puts the service's name directly behind the name
+ *                of the tool, which no program is called. A restart marks the descriptors 3 to 255 of this process
+ *                close-on-exec: the service gets none of them.
  * serviceName    has no effect.
  * webServerStat  receives the exit code of the command: of the tool, which is 0 as well when a signal ended it; 126 or
- *                127 when the shell could not start it; 255 when the command could not be run or its end not be waited
- *                for. May be NULL.
+ *                127 when the shell could not start it; 255 when the command could not be run, or its end not be waited
+ *                for because the process ignores SIGCHLD. May be NULL.
  * Returns        0 for exit code 0; SM_STATUS_RENAME_FAILED (258) for exit code 2; else -1.
  * Threads        as those of system(): SIGINT and SIGQUIT are ignored by the process meanwhile. */
 ZEBCS_API s32 KCSWebServer(s32 webServerCmd, const astring *serviceName, s32 *webServerStat);
