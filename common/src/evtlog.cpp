@@ -348,10 +348,11 @@ void XMLFileCheck(const astring *pPathFileName) {
   constexpr size_t kWithoutEntry = 10;
   const size_t lastEntry = text.rfind(kEntryEndTag);
   const size_t cut = lastEntry == string_view::npos ? std::min(size, kWithoutEntry) : lastEntry + kEntryEndTag.size();
-  // The tag comes first: whoever is interrupted here leaves a log that has one.
-  const ssize_t written = pwrite(file.get(), xmlLogEndTag.data(), xmlLogEndTag.size(), static_cast<off_t>(cut));
-  if (written != static_cast<ssize_t>(xmlLogEndTag.size())) return;
-  (void)!ftruncate(file.get(), static_cast<off_t>(cut + xmlLogEndTag.size()));  // nobody is told, as of all here
+  // The rest goes first: whoever is interrupted between the two leaves a log without the tag, which is repaired the next
+  // time. Before a rest, the tag would never be looked for again.
+  if (ftruncate(file.get(), static_cast<off_t>(cut)) != 0) return;
+  // Nobody is told of a failure, as of all here.
+  (void)!pwrite(file.get(), xmlLogEndTag.data(), xmlLogEndTag.size(), static_cast<off_t>(cut));
 }
 
 s32 AppendToOSLog(u16 type, u32 eventID, const ustring *pSource, const ustring *pEventDesc, const void * /*pData*/,

@@ -27,9 +27,9 @@ extern "C" {
  * pEventDesc          1 to 16383 bytes, written as they are: valid XML; NULL for an empty element.
  * pData, dataBufSize  up to 32768 bytes, written as a hex dump.
  * maxLogSize          in bytes: the log is moved to its backup when it would become as large as this.
- * Returns  0; SM_STATUS_BAD_PARAMETER; SM_STATUS_LOCK_TIMEOUT; SM_STATUS_BAD_DATA when the log's end tag is missing
- * (see XMLFileCheck) or cannot be read; SM_STATUS_WRITE_FAILED, with the log as it was; -1 when the directory or the
- *          file cannot be made or memory ran out; a status of KCSGetIPHostName. */
+ * Returns             0; SM_STATUS_BAD_PARAMETER; SM_STATUS_LOCK_TIMEOUT; SM_STATUS_BAD_DATA when the log's end tag is
+ *                     missing (see XMLFileCheck) or cannot be read; SM_STATUS_WRITE_FAILED, with the log as it was; -1
+ *                     when the directory or the file cannot be made or memory ran out; a status of KCSGetIPHostName. */
 ZEBCS_API s32 KCSAppendToXMLLog(const astring *pPathFileName, u16 type, u32 eventID, const astring *pUserInfo,
                                 const astring *pSource, const astring *pEventDesc, const void *pData, u32 dataBufSize,
                                 u32 maxLogSize);

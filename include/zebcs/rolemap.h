@@ -39,7 +39,7 @@ ZEBCS_API u32 KCSOpenRolemapFile(void);
 /* Returns the rights of the account that runs this process, on this machine, by the role map as it was opened last.
  *
  * Returns  what the role map grants; where that is nothing, 7 for a local account of user id 0, else 0. Never 0x40007.
- * 0 when the process has no account or memory ran out. */
+ *          0 when the process has no account or memory ran out. */
 ZEBCS_API u32 KCSGetRightsUsingRolemap(void);
 
 /* Narrows rights as a branded installation wants it. Its settings are in the file that KCSGetOEMINIPathFile names for
@@ -53,7 +53,7 @@ ZEBCS_API u32 KCSGetRightsUsingRolemap(void);
  * nFailureIndex  receives 1001 when a user's rights were taken away by the mask, 1002 when a power user's were; else it
  *                is untouched. May be NULL.
  * Returns        the rights; 7 in the low 16 bits of uRights comes back at once. 0 when a text is NULL, when a file or
- * a value cannot be read, and when memory ran out. */
+ *                a value cannot be read, and when memory ran out. */
 ZEBCS_API u32 KCSMaskProgramRights(u32 uRights, const astring *pszProgram, const astring *pszAppIni,
                                    u32 *nFailureIndex);
 
