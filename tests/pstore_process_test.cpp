@@ -1197,7 +1197,7 @@ TEST(Threads, CallThatMustNotWaitIsToldOfAnotherProcess) {
 TEST(Threads, ChildOfAProcessAtWorkCanWork) {
   const TemporaryDirectory directory;
   const std::string path = directory.Path("a.ini");
-  ASSERT_TRUE(sandbox::WriteFile(path, "[s]\nkey=1\n"));
+  ASSERT_TRUE(sandbox::WriteFile(path, "[s]\nkey=2\n"));
   std::atomic<bool> isEnding = false;
   std::thread busy([&path, &isEnding] {
     while (!isEnding) EXPECT_EQ(Write(path, "s", "key", "2"), 0);
