@@ -1,5 +1,6 @@
 #include "accounts.h"
 
+#include <algorithm>
 #include <cerrno>
 
 bool EntryBuffer::Grow() {
@@ -22,13 +23,19 @@ Group::Group(gid_t id) {
 
 GroupList::GroupList(const Account &account) {
   constexpr int kTypicalCount = 100;
-  int count = kTypicalCount;
-  m_ids = MallocArray<gid_t>(kTypicalCount);
-  if (m_ids && getgrouplist(account.name(), account.gid(), m_ids.get(), &count) == -1) {
+  int count = Fill(account, kTypicalCount);
+  if (count > kTypicalCount) {
     const int room = count;
-    m_ids = MallocArray<gid_t>(static_cast<size_t>(room));
-    // The groups may have grown in between: what fits is what counts.
-    if (m_ids && getgrouplist(account.name(), account.gid(), m_ids.get(), &count) == -1) count = room;
+    count = std::min(Fill(account, room), room);  // they may be more by now: what fits is what counts
   }
-  m_count = m_ids && count > 0 ? static_cast<size_t>(count) : 0;
+  m_count = static_cast<size_t>(count);
+}
+
+int GroupList::Fill(const Account &account, int room) {
+  m_ids = MallocArray<gid_t>(static_cast<size_t>(room));
+  int count = room;
+  if (!m_ids) return 0;
+  if (getgrouplist(account.name(), account.gid(), m_ids.get(), &count) != -1) return std::max(count, 0);
+  // It fails for want of room, and then says how much there must be, or for want of memory, and has stored nothing.
+  return count > room ? count : 0;
 }

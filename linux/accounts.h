@@ -71,6 +71,8 @@ class GroupList {
   const gid_t *end() const { return m_ids.get() + m_count; }
 
  private:
+  int Fill(const Account &account, int room);
+
   MallocPtr<gid_t> m_ids;
   size_t m_count = 0;
 };

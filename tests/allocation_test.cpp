@@ -1,86 +1,23 @@
 // Memory that runs out: the first, second, ... request fails in turn, the documented result comes each time, and
-// nothing leaks. This program's own malloc takes the place of the C library's for the library as well.
+// nothing leaks.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "failing_malloc.h"
 #include "sandbox.h"
+#include "shared_file.h"
 #include "zebcs/rolemap.hpp"
 #include "zebcs/zebcs.h"
 
-extern "C" {
-void *__libc_malloc(size_t size);
-void *__libc_calloc(size_t count, size_t size);
-void *__libc_realloc(void *block, size_t size);
-void __libc_free(void *block);
-}
-
 namespace {
-
-bool isCounting = false;
-int requests = 0;        // since counting began
-int failingRequest = 0;  // counted from 1; 0 for none
-long blocks = 0;         // given out and not returned, while counting
-
-bool MustFail() { return isCounting && ++requests == failingRequest; }
-
-}  // namespace
-
-#pragma GCC visibility push(default)  // the library must find these
-extern "C" {
-
-void *malloc(size_t size) {
-  if (MustFail()) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  if (isCounting) ++blocks;
-  return __libc_malloc(size);
-}
-
-void *calloc(size_t count, size_t size) {
-  if (MustFail()) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  if (isCounting) ++blocks;
-  return __libc_calloc(count, size);
-}
-
-void *realloc(void *block, size_t size) {
-  if (MustFail()) {
-    errno = ENOMEM;
-    return nullptr;
-  }
-  if (isCounting && block == nullptr) ++blocks;
-  return __libc_realloc(block, size);
-}
-
-void free(void *block) {
-  if (isCounting && block != nullptr) --blocks;
-  __libc_free(block);
-}
-
-}  // extern "C"
-#pragma GCC visibility pop
-
-namespace {
-
-// Runs `call` with its n-th request for memory failing. Returns whether there was an n-th request.
-template <class Call>
-bool FailRequest(int n, Call call) {
-  requests = 0;
-  failingRequest = n;
-  isCounting = true;
-  call();
-  isCounting = false;
-  return requests >= n;
-}
 
 const ustring kText[] = {'a', 0xE9, 'b', 0};
 
@@ -148,12 +85,12 @@ TEST(Allocation, BufToUStrAnswersMinusOne) {
 TEST(Allocation, EscapedTextIsNullAndNothingLeaks) {
   int n = 1;
   for (bool failed = true; failed; ++n) {
-    blocks = 0;
+    l_memory.blocks = 0;
     astring *text = nullptr;
     failed = FailRequest(n, [&] { text = KCSGetXMLUTF8StrFromUStr(kText, 3); });
     if (failed) {
       EXPECT_EQ(text, nullptr) << n;
-      EXPECT_EQ(blocks, 0) << n;
+      EXPECT_EQ(l_memory.blocks, 0) << n;
     } else {
       EXPECT_STREQ(text,
                    "a\xC3\xA9"
@@ -168,13 +105,13 @@ TEST(Allocation, AddressListIsNullAndNothingLeaks) {
   sandbox::RequireSandbox();
   int n = 1;
   for (bool failed = true; failed; ++n) {
-    blocks = 0;
+    l_memory.blocks = 0;
     u32 count = 7;
     KCSIPAddrStr *list = nullptr;
     failed = FailRequest(n, [&] { list = KCSHostGetHostIPAddrList(&count); });
     EXPECT_EQ(count, 0u) << n;
     if (failed) {
-      EXPECT_EQ(blocks, list == nullptr ? 0 : 1) << n;
+      EXPECT_EQ(l_memory.blocks, list == nullptr ? 0 : 1) << n;
     }
     KCSFreeMem(list);
   }
@@ -200,7 +137,7 @@ TEST(Allocation, GrantsThatCannotBeMadeAreAnErrorWithoutALine) {
   for (bool failed = true; failed; ++n) {
     const std::wstring line(L"a-long-user-name,another-long-name a-long-host-name,another-long-host-name user");
     QXAuthFileRecord record(line, 7);
-    blocks = 0;
+    l_memory.blocks = 0;
     std::optional<fileReadErrorCode> code;
     unsigned long lineNumber = 99;
     failed = FailRequest(n, [&] {
@@ -265,11 +202,11 @@ TEST(Allocation, NewTextsAreNullAndNothingLeaks) {
   int index = 0;
   for (const auto getter : getters) {
     astring *text = nullptr;
-    blocks = 0;
+    l_memory.blocks = 0;
     ASSERT_TRUE(FailRequest(1, [&] { text = getter(); })) << index;
     ++index;
     EXPECT_EQ(text, nullptr);
-    EXPECT_EQ(blocks, 0);
+    EXPECT_EQ(l_memory.blocks, 0);
     text = getter();  // the next call has forgotten it
     EXPECT_NE(text, nullptr);
     KCSFreeMem(text);
@@ -300,12 +237,12 @@ TEST(Allocation, WideNumberThatCannotBeNarrowedIsZero) {
 TEST(Allocation, XMLBufferIsNullOrWhole) {
   int n = 1;
   for (bool failed = true; failed; ++n) {
-    blocks = 0;
+    l_memory.blocks = 0;
     KCSSSAStr *buffer = nullptr;
     failed = FailRequest(n, [&] { buffer = KCXAllocBuf(100, 0); });
     EXPECT_EQ(buffer == nullptr, failed) << n;
     if (failed) {
-      EXPECT_EQ(blocks, 0) << n;
+      EXPECT_EQ(l_memory.blocks, 0) << n;
     }
     KCXFreeBuf(buffer, 0);
   }
@@ -331,12 +268,12 @@ TEST(Allocation, NodeThatDoesNotFitIsLeftOut) {
       ASSERT_NE(buffer, nullptr);
       KCXBufCatBeginNode(buffer, "x", nullptr);
       s32 status = -1;
-      blocks = 0;
+      l_memory.blocks = 0;
       failed = FailRequest(n, [&] { status = KCXBufCatNodeT(buffer, "n", nullptr, c.valType, c.pVal, c.passes); });
       if (failed) {
         EXPECT_STREQ(buffer->pStr, "<x>") << c.valType << ' ' << n;
         EXPECT_TRUE(status == SM_STATUS_NO_MEMORY || status == SM_STATUS_SUCCESS) << status;
-        EXPECT_EQ(blocks, 0);
+        EXPECT_EQ(l_memory.blocks, 0);
       } else {
         EXPECT_EQ(status, SM_STATUS_SUCCESS);
         EXPECT_GT(buffer->strCurLen, 3000u);
@@ -360,10 +297,10 @@ TEST(Allocation, ValueTextsAreNullWithTheReason) {
   for (const auto &[valType, pVal] : cases) {
     KCSFreeMem(KCSDASXValToASCII(valType, pVal));  // what the C library sets up once is not what fails
     astring *text = nullptr;
-    blocks = 0;
+    l_memory.blocks = 0;
     ASSERT_TRUE(FailRequest(1, [&, type = valType, p = pVal] { text = KCSDASXValToASCII(type, p); }));
     EXPECT_EQ(text, nullptr) << valType;
-    EXPECT_EQ(blocks, 0);
+    EXPECT_EQ(l_memory.blocks, 0);
   }
   const ustring wide[] = {'a', 0};
   s32 status = 0;
@@ -385,14 +322,14 @@ TEST(Allocation, SetCommandParameterIsWholeOrReported) {
     KCSSSAStr *const buffer = KCXAllocBuf(4000, 0);
     ASSERT_NE(buffer, nullptr);
     s32 status = -1;
-    blocks = 0;
+    l_memory.blocks = 0;
     failed = FailRequest(n, [&] {
       status = KCSDASBufCatSetCmdParam(buffer, longName.c_str(), &values[0], &values[1], &values[2], KCX_S32);
     });
     EXPECT_EQ(status, failed ? SM_STATUS_NO_MEMORY : SM_STATUS_SUCCESS) << n;
     EXPECT_EQ(std::string(buffer->pStr),
               failed ? "" : "<Parameter name=\"" + longName + "\" oldval=\"1\" newval=\"2\" value=\"3\"/>");
-    EXPECT_EQ(blocks, 0);
+    EXPECT_EQ(l_memory.blocks, 0);
     KCXFreeBuf(buffer, 0);
   }
   EXPECT_GT(n, 5);
@@ -426,10 +363,10 @@ TEST(Allocation, TheINIStoreAsksForNone) {
 
 TEST(Allocation, ListsAndEntriesAreNullAndNothingLeaks) {
   for (int n = 1; n <= 2; ++n) {  // the record and its lock
-    blocks = 0;
+    l_memory.blocks = 0;
     ASSERT_TRUE(FailRequest(n, [] { EXPECT_EQ(KCSSLListAlloc(), nullptr); })) << n;
     ASSERT_TRUE(FailRequest(n, [] { EXPECT_EQ(KCSDLListAlloc(), nullptr); })) << n;
-    EXPECT_EQ(blocks, 0) << n;
+    EXPECT_EQ(l_memory.blocks, 0) << n;
   }
   ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(KCSSLListEntryAlloc(8), nullptr); }));
   ASSERT_TRUE(FailRequest(1, [] { EXPECT_EQ(KCSDLListEntryAlloc(8), nullptr); }));
@@ -437,11 +374,11 @@ TEST(Allocation, ListsAndEntriesAreNullAndNothingLeaks) {
 
 TEST(Allocation, LibraryIsNotLoadedWithoutACopyOfItsPath) {
   KCSLibrary library = {};
-  blocks = 0;
+  l_memory.blocks = 0;
   ASSERT_TRUE(FailRequest(1, [&] { EXPECT_EQ(KCSLibLoad(&library, "libm.so.6"), -1); }));
   EXPECT_EQ(library.pLibPathFileName, nullptr);
   EXPECT_EQ(library.hLib, nullptr);
-  EXPECT_EQ(blocks, 0);
+  EXPECT_EQ(l_memory.blocks, 0);
 }
 
 TEST(Allocation, StylesheetIsNullAndNothingLeaks) {
@@ -452,11 +389,11 @@ TEST(Allocation, StylesheetIsNullAndNothingLeaks) {
   for (const char *name : {"with.xsl", "without.xsl"}) {
     int n = 1;
     for (bool failed = true; failed; ++n) {
-      blocks = 0;
+      l_memory.blocks = 0;
       astring *text = nullptr;
       failed = FailRequest(n, [&] { text = KCSGetXSLPathLocale("app", "html", name, "de", 14, 0); });
       EXPECT_EQ(text == nullptr, failed) << name << ", " << n;
-      EXPECT_EQ(blocks, failed ? 0 : 1) << name << ", " << n;
+      EXPECT_EQ(l_memory.blocks, failed ? 0 : 1) << name << ", " << n;
       KCSFreeMem(text);
     }
     EXPECT_GT(n, 2) << name;
@@ -478,4 +415,218 @@ TEST(Allocation, StringResourcesAskForNone) {
   EXPECT_FALSE(
       FailRequest(1, [&] { EXPECT_EQ(GetUnicodeStringFromIDPathFile(1, nullptr, path.c_str(), text, &size), 4u); }));
   EXPECT_EQ(text[0], 'a');
+}
+
+// --- What the C library and others ask for ---------------------------------------------------------------------------
+
+TEST(Allocation, DigestIsRightOrZeros) {
+  u8 right[32];
+  KCSEVPHashForPasswdSalt("password", right, "00");  // sets libcrypto up
+  u8 digest[32];
+  const int requests = WalkRequests([&] { std::memset(digest, 'x', sizeof digest); },
+                                    [&] { KCSEVPHashForPasswdSalt("password", digest, "00"); },
+                                    [&](bool failed) {
+                                      const std::vector<u8> got(digest, digest + 32);
+                                      if (!failed || got != std::vector<u8>(32, 0)) {
+                                        EXPECT_EQ(got, std::vector<u8>(right, right + 32));
+                                      }
+                                      return l_memory.blocks;  // libcrypto keeps its last errors
+                                    });
+  EXPECT_GE(requests, 1);
+  for (int n = 1; n <= requests; ++n) {
+    constexpr int kCalls = 200;
+    long kept = 0;
+    for (int i = 0; i < kCalls; ++i) {
+      l_memory.blocks = 0;
+      FailRequest(n, [&] { KCSEVPHashForPasswdSalt("password", digest, "00"); });
+      kept += l_memory.blocks;
+    }
+    EXPECT_LT(kept, kCalls / 2) << n;
+  }
+}
+
+TEST(Allocation, AddressesCannotBeListed) {
+  sandbox::RequireSandbox();
+  u32 right = 0;
+  ASSERT_EQ(KCSGetIPAddrStrList(nullptr, &right, nullptr), SM_STATUS_SUCCESS);
+  u32 count = 0;
+  s32 status = -99;
+  const int requests =
+      WalkRequests([&] { count = 99; }, [&] { status = KCSGetIPAddrStrList(nullptr, &count, nullptr); },
+                   [&](bool failed) {
+                     EXPECT_EQ(status, failed ? -1 : SM_STATUS_SUCCESS);
+                     EXPECT_EQ(count, failed ? 0 : right);
+                     return 0;
+                   });
+  EXPECT_GE(requests, 1);
+}
+
+TEST(Allocation, EveryWideNumberThatCannotBeNarrowedIsZero) {
+  std::vector<ustring> digits(300, '0');
+  digits[298] = '7';
+  digits[299] = 0;
+  s64 sum = 0;
+  for (int i = 0; i < 5; ++i) {
+    const int requests = WalkRequests([] {},
+                                      [&] {
+                                        switch (i) {
+                                          case 0: sum = KCSUniToSigned32(digits.data()); break;
+                                          case 1: sum = KCSUniToUnSigned32(digits.data()); break;
+                                          case 2: sum = KCSUniToSigned64(digits.data()); break;
+                                          case 3: sum = static_cast<s64>(KCSUniToUnSigned64(digits.data())); break;
+                                          default: sum = static_cast<s64>(KCSUniToDouble(digits.data()));
+                                        }
+                                      },
+                                      [&](bool failed) {
+                                        EXPECT_EQ(sum, failed ? 0 : 7) << i;
+                                        return 0;
+                                      });
+    EXPECT_GE(requests, 1) << i;
+  }
+}
+
+TEST(Allocation, ThreadIsStartedOrReported) {
+  KCSThreadInfo thread = {};
+  s32 status = -99;
+  int hasRun = 0;
+  const int requests = WalkRequests([&] { hasRun = 0; },
+                                    [&] {
+                                      status = KCSThreadStart(
+                                          &thread, [](void *data) { *static_cast<int *>(data) = 1; }, &hasRun);
+                                    },
+                                    [&](bool failed) {
+                                      EXPECT_TRUE(status == 0 || (failed && status == -1)) << status;
+                                      if (status == 0) {
+                                        EXPECT_EQ(KCSThreadStop(&thread), 0);
+                                      }
+                                      EXPECT_EQ(hasRun, status == 0 ? 1 : 0);
+                                      return l_memory.blocks;  // the C library keeps the thread's
+                                    });
+  EXPECT_GE(requests, 1);
+}
+
+TEST(Allocation, LibraryIsLoadedOrItsRecordIsEmpty) {
+  KCSLibrary library = {};
+  s32 status = -99;
+  const int requests =
+      WalkRequests([] {}, [&] { status = KCSLibLoad(&library, "libanl.so.1"); },
+                   [&](bool failed) {
+                     EXPECT_TRUE(status == 0 || (failed && (status == -1 || status == SM_STATUS_FAILED))) << status;
+                     EXPECT_EQ(library.hLib == nullptr, status != 0);
+                     EXPECT_EQ(library.pLibPathFileName == nullptr, status != 0);
+                     if (status == 0) {
+                       EXPECT_EQ(KCSLibUnLoad(&library), 0);
+                     }
+                     return l_memory.blocks;  // the loader keeps its last error
+                   });
+  EXPECT_GT(requests, 3);
+  ASSERT_EQ(KCSLibLoad(&library, "libm.so.6"), 0);
+  void *address = &library;
+  WalkRequests([] {}, [&] { address = KCSLibLinkToExportFN(&library, "no such function"); },
+               [&](bool) {
+                 EXPECT_EQ(address, nullptr);
+                 return l_memory.blocks;  // likewise
+               });
+  EXPECT_EQ(KCSLibUnLoad(&library), 0);
+}
+
+namespace {
+
+astring *AnswerHelp(s32, astring **) {
+  astring *const text = static_cast<astring *>(KCSAllocMem(2001));
+  if (text != nullptr) {
+    std::memset(text, 'h', 2000);
+    text[2000] = 0;
+  }
+  return text;
+}
+
+constexpr size_t kHelpSize = 4097;
+
+astring *AskForHelp() {
+  static astring name[] = "command";
+  static const CmdDispatchTable table[] = {{name, AnswerHelp}, {name, AnswerHelp}};
+  return KCSDASCMDHelp(0, nullptr, table, 2, [](s32, astring **) -> astring * { return nullptr; });
+}
+
+}  // namespace
+
+TEST(Allocation, CommandHelpIsNullOrMadeOfWholeNodes) {
+  const std::string answer(2000, 'h');
+  const std::vector<std::string> nodes = {"<zebcmd val=\"command\">" + answer + "</zebcmd>",
+                                          "<zebcmd>" + answer + "</zebcmd>",  // without memory for the name
+                                          "<CLICmdHelp count=\"1\">", "</CLICmdHelp>"};
+  astring *help = nullptr;
+  const int requests = WalkRequests([] {}, [&] { help = AskForHelp(); },
+                                    [&](bool failed) {
+                                      std::string rest = help == nullptr ? "" : help;
+                                      for (const std::string &node : nodes) {
+                                        for (size_t at = 0; (at = rest.find(node)) != rest.npos;) {
+                                          rest.erase(at, node.size());
+                                        }
+                                      }
+                                      EXPECT_EQ(rest, "");
+                                      EXPECT_TRUE(failed || std::string(help).size() == kHelpSize);
+                                      KCSFreeMem(help);
+                                      return help == nullptr ? 0 : 1;
+                                    });
+  EXPECT_GT(requests, 4);
+}
+
+TEST(Allocation, CommandHelpThatIsCutForWantOfMemoryIsNotHandedOut) {
+  astring *help = nullptr;
+  WalkRequests([] {}, [&] { help = AskForHelp(); },
+               [&](bool) {
+                 const std::string got = help == nullptr ? "" : help;
+                 EXPECT_TRUE(got.empty() || got.ends_with("</CLICmdHelp>")) << got.substr(0, 50);
+                 KCSFreeMem(help);
+                 return help == nullptr ? 0 : 1;
+               });
+}
+
+// --- Attaching -------------------------------------------------------------------------------------------------------
+
+// A second copy of the library, which could not attach when it was loaded, attaches with too little memory.
+TEST(Allocation, AttachingWorksOrCanBeTriedAgain) {
+  sandbox::RequireSandbox();
+  ASSERT_TRUE(sandbox::MakeDirectories(sandbox::kIniDirectory));
+  ASSERT_TRUE(sandbox::WriteFile(std::string(sandbox::kIniDirectory) + "/zeb.properties",
+                                 "preferences.system.cmdlogmaxsize=3000000\n"));
+  const sandbox::TemporaryDirectory directory;
+  const std::string copy = directory.Path("copy.so");
+  Dl_info info = {};
+  ASSERT_NE(dladdr(dlsym(RTLD_DEFAULT, "KCSAllocMem"), &info), 0);
+  ASSERT_TRUE(sandbox::WriteFile(copy, sandbox::ReadFile(info.dli_fname), 0755));
+  bool failed = true;
+  int n = 1;
+  for (; failed; ++n) {
+    sandbox::Process process;
+    ASSERT_TRUE(process.Start([&](sandbox::Channel &) {
+      const std::string aside = std::string(sandbox::kLockDirectory) + "-aside";
+      EXPECT_EQ(std::rename(sandbox::kLockDirectory, aside.c_str()), 0);
+      void *const library = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL);
+      EXPECT_EQ(std::rename(aside.c_str(), sandbox::kLockDirectory), 0);
+      if (library == nullptr) return 2;
+      const auto attach = reinterpret_cast<decltype(&ModuleAttach)>(dlsym(library, "ModuleAttach"));
+      const auto lock = reinterpret_cast<decltype(&FileLock)>(dlsym(library, "FileLock"));
+      const auto detach = reinterpret_cast<decltype(&ModuleDetach)>(dlsym(library, "ModuleDetach"));
+      EXPECT_EQ(lock(0), 0) << "attached when it was loaded";
+      const std::set<std::string> descriptors = OpenDescriptors();
+      booln attached = 0;
+      const bool hasFailed = FailRequest(n, [&] { attached = attach(); });
+      EXPECT_TRUE(attached == 1 || hasFailed);
+      if (attached == 0) {
+        EXPECT_EQ(OpenDescriptors(), descriptors);
+        EXPECT_EQ(attach(), 1);
+      }
+      EXPECT_TRUE(sandbox::LockIsFree());
+      EXPECT_EQ(lock(0), 1);
+      EXPECT_EQ(detach(), 1);
+      return hasFailed ? 1 : 0;
+    }));
+    const int status = process.Wait();
+    ASSERT_TRUE(status == 0 || status == 1) << n << ": " << status;
+    failed = status == 1;
+  }
+  EXPECT_GT(n, 5);
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "cichar_number.h"
 #include "cichar_string.h"
@@ -125,10 +126,15 @@ astring *DASuptCMDHelp(s32 /*numNVPair*/, astring ** /*ppNVPair*/, const CmdDisp
                        PFNSENDCMD pfnSelf) {
   XMLBufferPtr document(KCXAllocBuf(256, 0));
   if (!document) return nullptr;
+  // The buffer leaves out what it has no memory for, and says nothing of it.
+  auto hasGrown = [&document, length = document->strCurLen]() mutable {
+    return std::exchange(length, document->strCurLen) < document->strCurLen;
+  };
   if (pCDT != nullptr && countCDT >= 1 && pfnSelf != nullptr) {
     astring count[24];
     (void)std::snprintf(count, sizeof count, "count=\"%d\"", countCDT - 1);  // fits every count
     (void)KCXBufCatBeginNode(document.get(), "CLICmdHelp", count);           // has all it needs, as below
+    if (!hasGrown()) return nullptr;
     for (s32 i = 0; i < countCDT; ++i) {
       if (pCDT[i].pfnSendCmd == nullptr || pCDT[i].pfnSendCmd == pfnSelf) continue;
       // Made anew for each: a command may take its parameters apart in place.
@@ -141,9 +147,12 @@ astring *DASuptCMDHelp(s32 /*numNVPair*/, astring ** /*ppNVPair*/, const CmdDisp
       attribute.Add("val=\"");
       if (pCDT[i].pCmdValue != nullptr) attribute.Add(pCDT[i].pCmdValue);
       attribute.Add("\"");
+      if (attribute.get() == nullptr) return nullptr;
       (void)KCXBufCatNode(document.get(), "zebcmd", attribute.get(), KCX_ASTRING, answer.get());
+      if (!hasGrown()) return nullptr;
     }
     (void)KCXBufCatEndNode(document.get(), "CLICmdHelp");
+    if (!hasGrown()) return nullptr;
   }
   return KCXFreeBuf(document.release(), 1);
 }

@@ -163,28 +163,29 @@ off_t FindEndTag(int fd, off_t size) {
 
 // Writes an entry and the end tag over the end tag at an offset, and over what may follow that. Where that fails the
 // file gets its old end back.
-bool WriteOver(int fd, off_t offset, off_t oldSize, string_view entry) {
+s32 WriteOver(int fd, off_t offset, off_t oldSize, string_view entry) {
   const std::array texts{entry, xmlLogEndTag};
   const size_t endSize = std::min(SizeOf(texts), static_cast<size_t>(oldSize - offset));
   MallocPtr<char> read;
   string_view oldEnd = xmlLogEndTag;
   if (endSize > oldEnd.size()) {
     read = MallocArray<char>(endSize);
-    if (!read || !ReadAt(fd, read.get(), endSize, offset)) return false;
+    if (!read) return -1;
+    if (!ReadAt(fd, read.get(), endSize, offset)) return SM_STATUS_WRITE_FAILED;
     oldEnd = string_view(read.get(), endSize);
   }
-  if (lseek(fd, offset, SEEK_SET) == offset && WriteTexts(fd, texts) == SizeOf(texts)) return true;
+  if (lseek(fd, offset, SEEK_SET) == offset && WriteTexts(fd, texts) == SizeOf(texts)) return SM_STATUS_SUCCESS;
   // Best effort: this takes room that the file had before.
   (void)!pwrite(fd, oldEnd.data(), oldEnd.size(), offset);
   (void)!ftruncate(fd, oldSize);
-  return false;
+  return SM_STATUS_WRITE_FAILED;
 }
 
-bool WriteNew(int fd, string_view entry) {
+s32 WriteNew(int fd, string_view entry) {
   const std::array texts{xmlLogFileHdr, xmlLogBeginTag, entry, xmlLogEndTag};
-  if (WriteTexts(fd, texts) == SizeOf(texts)) return true;
+  if (WriteTexts(fd, texts) == SizeOf(texts)) return SM_STATUS_SUCCESS;
   (void)!ftruncate(fd, 0);  // best effort; there was no log in it before
-  return false;
+  return SM_STATUS_WRITE_FAILED;
 }
 
 s32 WriteEntry(const astring *pPath, string_view entry) {
@@ -195,11 +196,12 @@ s32 WriteEntry(const astring *pPath, string_view entry) {
   if (!file || fstat(file.get(), &information) != 0 || !S_ISREG(information.st_mode)) return -1;
   if ((information.st_mode & 07777) != kFileMode) (void)fchmod(file.get(), kFileMode);  // may be somebody else's
   if (information.st_size < static_cast<off_t>(xmlLogFileHdr.size())) {
-    if (!WriteNew(file.get(), entry)) return SM_STATUS_WRITE_FAILED;
+    if (const s32 status = WriteNew(file.get(), entry); status != SM_STATUS_SUCCESS) return status;
   } else {
     const off_t offset = FindEndTag(file.get(), information.st_size);
     if (offset == -1) return SM_STATUS_BAD_DATA;
-    if (!WriteOver(file.get(), offset, information.st_size, entry)) return SM_STATUS_WRITE_FAILED;
+    const s32 status = WriteOver(file.get(), offset, information.st_size, entry);
+    if (status != SM_STATUS_SUCCESS) return status;
   }
   return CloseWritten(file) ? SM_STATUS_SUCCESS : SM_STATUS_WRITE_FAILED;
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <new>
 #include <optional>
@@ -235,8 +236,17 @@ void QXAuthFileReader::Open() {
   if (m_pfile == nullptr) m_pfile = std::make_unique<std::wifstream>();
   // Kept: a stream left open by a failed read cannot be opened again. That sets its fail state, and as it counts as
   // open no error is raised here; GetRecords then finds the file empty.
-  m_pfile->open(m_szFilename, std::ios_base::in);
-  if (!m_pfile->is_open()) throw ZEBRoleMapFileReaderException(FILE_NOT_FOUND, 0);
+  errno = 0;
+  try {
+    m_pfile->open(m_szFilename, std::ios_base::in);
+  } catch (...) {
+    m_pfile.reset();  // it is half open: without the memory for its buffer
+    throw;
+  }
+  if (m_pfile->is_open()) return;
+  // The file is there: without memory nobody gets the rights of the built-in rules instead of its own.
+  if (errno == ENOMEM) throw std::bad_alloc();
+  throw ZEBRoleMapFileReaderException(FILE_NOT_FOUND, 0);
 }
 
 namespace {
