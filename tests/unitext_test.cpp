@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "guarded_buffer.h"
+#include "resource_reference.h"
 #include "sandbox.h"
 #include "zebcs/product.h"
 #include "zebcs/unistr.h"
@@ -25,36 +26,32 @@
 namespace {
 
 using namespace std::string_view_literals;
+using resource_reference::Delivered;
+using resource_reference::kCR;
+using resource_reference::Key;
+using resource_reference::kLF;
+using resource_reference::kLongestLine;
+using resource_reference::Line;
+using resource_reference::NoLine;
+using resource_reference::PlainAsk;
+using resource_reference::PlainRead;
+using resource_reference::Terminated;
+using resource_reference::U;
+using resource_reference::Units;
 using sandbox::GuardedBuffer;
 using sandbox::TemporaryDirectory;
 using std::string;
 using std::string_view;
-using Units = std::vector<ustring>;
 
 constexpr decltype(&KCSGetUnicodeStringFromIDPathFile) kGetters[] = {KCSGetUnicodeStringFromIDPathFile,
                                                                      GetUnicodeStringFromIDPathFile};
 constexpr ustring kFillUnit = 0x0101 * GuardedBuffer::kFill;
-constexpr ustring kCR = '\r';
-constexpr ustring kLF = '\n';
-constexpr size_t kLongestLine = 1024;  // read as one
 constexpr u32 kTextId = 0x1F4;
 constexpr u32 kNoLanguage = 0xFFFFFFFE;  // what stands there when nothing was written
 
 constexpr const char *kNoPath = "Invalid Path File Name";
 constexpr const char *kNotFound = "String resource not found";
 constexpr const char *kInvalid = "Invalid string resource found";
-
-// One unit for each character.
-Units U(string_view text) {
-  Units units;
-  for (const char c : text) units.push_back(static_cast<unsigned char>(c));
-  return units;
-}
-
-Units Terminated(Units units) {
-  units.push_back(0);
-  return units;
-}
 
 // The bytes of units in a file.
 string Bytes(const Units &units) {
@@ -71,16 +68,7 @@ string Resource(string_view text) { return Resource(U(text)); }
 
 size_t SizeInBytes(size_t length) { return (length + 1) * sizeof(ustring); }
 
-string Key(u32 languageId, u32 textId) {
-  char key[20];
-  (void)std::snprintf(key, sizeof key, "%X:%X=", languageId, textId);
-  return key;
-}
-
 void Append(Units &units, const Units &more) { units.insert(units.end(), more.begin(), more.end()); }
-
-// What a call delivered; no text where it delivered nothing.
-using Delivered = std::optional<Units>;
 
 Delivered Text(string_view text) { return U(text); }
 
@@ -186,26 +174,21 @@ TEST(SetUnicodeStringToDestination, EveryUnitIsTakenAsItIs) {
 
 // --- Lines ----------------------------------------------------------------------------------------------------------
 
+namespace resource_reference {
+
+// For messages.
+static void PrintTo(const Line &line, std::ostream *out) {
+  *out << (line.isNull ? "NULL" : "") << testing::PrintToString(line.text) << " at " << line.position;
+}
+
+}  // namespace resource_reference
+
 namespace {
 
 struct FileCloser {
   void operator()(FILE *file) const { fclose(file); }
 };
 using FilePtr = std::unique_ptr<FILE, FileCloser>;
-
-struct Line {
-  bool isNull = false;
-  Units text{};       // with its line end, without the terminator
-  long position = 0;  // of the file then, in bytes
-  bool operator==(const Line &) const = default;
-};
-
-Line NoLine(long position) { return {.isNull = true, .text = {}, .position = position}; }
-
-// For messages.
-void PrintTo(const Line &line, std::ostream *out) {
-  *out << (line.isNull ? "NULL" : "") << testing::PrintToString(line.text) << " at " << line.position;
-}
 
 // Calls dc_fgetws and makes sure that nothing behind the room is touched. The units up to the terminator are compared
 // by the caller, who knows how many they are: a line may have zeros.
@@ -225,23 +208,6 @@ Line Read(FILE *file, s32 room, size_t expectedLength) {
   line.text.assign(units, units + expectedLength);
   EXPECT_EQ(units[expectedLength], 0) << "the terminator";
   return line;
-}
-
-// The slow second implementation: the line at a position of a file, in units, read with some room.
-Line PlainRead(const Units &file, size_t start, size_t room) {
-  const Units window(file.begin() + static_cast<ptrdiff_t>(start),
-                     file.begin() + static_cast<ptrdiff_t>(std::min(file.size(), start + room)));
-  const auto position = [start](size_t index) { return static_cast<long>((start + index) * sizeof(ustring)); };
-  if (window.empty()) return NoLine(position(0));
-  if (window.size() == 1) return NoLine(position(1));
-  size_t length = window.size() - 1;
-  for (size_t i = 0; i + 1 < window.size(); ++i) {
-    if (window[i] != kCR || window[i + 1] != kLF) continue;
-    const size_t feed = i + 1;
-    length = feed >= room - 1 ? feed : feed + 1;
-    break;
-  }
-  return {.text = Units(window.begin(), window.begin() + static_cast<ptrdiff_t>(length)), .position = position(length)};
 }
 
 // A file that is read from the start.
@@ -637,17 +603,8 @@ TEST(GetUnicodeStringFromIDPathFile, EntryMayStandAnywhereInALongFile) {
   }
 }
 
-// A slow second implementation, on dc_fgetws.
+// The lines of the slow second implementation come from dc_fgetws.
 namespace {
-
-Delivered PlainTextOf(const ustring *line) {
-  if (*line == 0 || *line == kCR || *line == kLF) return std::nullopt;
-  Units text;
-  for (; *line != 0 && *line != kCR && *line != kLF; ++line) text.push_back(*line);
-  const auto last = std::find(text.rbegin(), text.rend(), ustring{'='});
-  if (last == text.rend()) return std::nullopt;
-  return Units(last.base(), text.end());
-}
 
 // All lines behind the byte-order mark, terminated.
 std::vector<Units> PlainLines(FILE *file) {
@@ -656,18 +613,6 @@ std::vector<Units> PlainLines(FILE *file) {
   EXPECT_EQ(std::fseek(file, 2, SEEK_SET), 0);
   while (dc_fgetws(line, kLongestLine, file) != nullptr) lines.emplace_back(line, line + UniStrlen(line) + 1);
   return lines;
-}
-
-Delivered PlainAsk(const std::vector<Units> &lines, u32 textId, u32 &languageId) {
-  if (languageId == 437 || languageId == 1033) languageId = 0;
-  for (;;) {
-    const Units key = Terminated(U(Key(languageId, textId)));
-    for (const Units &line : lines) {
-      if (UniStrstr(line.data(), key.data()) != nullptr) return PlainTextOf(line.data());
-    }
-    if (languageId == 0) return std::nullopt;
-    languageId = 0;
-  }
 }
 
 }  // namespace
