@@ -28,7 +28,7 @@ constexpr char kRoleMap[] =
     "* root,toor,alice user\n";
 
 // A host name or a user name, and what the text is afterwards.
-struct UserSpec {
+struct LoginName {
   std::string user;
   std::string host;
   std::string account;  // whom the operating system is asked about: the text, which ends at the first separator
@@ -41,13 +41,13 @@ std::string ThisHost() {
   return KCSGetIPHostName(name, &size) == SM_STATUS_SUCCESS ? name : "";
 }
 
-UserSpec Split(const std::string &text) {
+LoginName Split(const std::string &text) {
   static const std::string l_host = ThisHost();
   const bool hasAt = text.find('@') != std::string::npos;
   const size_t first = text.find(hasAt ? '@' : '\\');
   if (first == std::string::npos) return {text, l_host, text, text};
   const size_t second = text.find(text[first], first + 1);
-  UserSpec result;
+  LoginName result;
   result.altered = text;
   result.altered[first] = 0;
   if (second != std::string::npos) result.altered[second] = 0;
@@ -67,9 +67,9 @@ bool Widen(const std::string &text, std::wstring &wide) {
 }
 
 // Names that are not valid in the locale match no rule.
-s32 RolemapPrivilege(const UserSpec &userSpec) {
+s32 RolemapPrivilege(const LoginName &loginName) {
   ZEBRole role;
-  if (!Widen(userSpec.user, role.szUserName) || !Widen(userSpec.host, role.szHostName)) return 0;
+  if (!Widen(loginName.user, role.szUserName) || !Widen(loginName.host, role.szHostName)) return 0;
   for (wchar_t &c : role.szHostName) {
     if (c <= 0xFF) c = static_cast<wchar_t>(std::tolower(static_cast<int>(c)));
   }
@@ -87,9 +87,9 @@ s32 SystemPrivilege(const std::string &account) {
   return 0;
 }
 
-u32 Rights(const UserSpec &userSpec) {
-  const s32 granted = RolemapPrivilege(userSpec);
-  const s32 system = SystemPrivilege(userSpec.account);
+u32 Rights(const LoginName &loginName) {
+  const s32 granted = RolemapPrivilege(loginName);
+  const s32 system = SystemPrivilege(loginName.account);
   if (system == 7) return 0x40007;
   return granted == 0 ? 0 : static_cast<u32>(std::max(granted, system));
 }
@@ -102,7 +102,7 @@ bool SetUp() {
 }
 
 // Asks with the text at the end of memory, and with bytes in front of it that must stay.
-void CheckUserSpec(const std::string &text) {
+void CheckLoginName(const std::string &text) {
   constexpr size_t kRoom = 32768;
   constexpr size_t kBefore = 64;
   static sandbox::GuardedBuffer l_buffer(kRoom);
@@ -112,7 +112,7 @@ void CheckUserSpec(const std::string &text) {
   std::memset(end - size - kBefore, sandbox::GuardedBuffer::kFill, kBefore);
   std::memcpy(end - size, text.c_str(), size);
 
-  const UserSpec expected = Split(text);
+  const LoginName expected = Split(text);
   const u32 rights = get_user_rights(end - size);
   FUZZ_CHECK(std::string(end - size, size - 1) == expected.altered && end[-1] == 0);
   const auto isFill = [](char c) { return static_cast<unsigned char>(c) == sandbox::GuardedBuffer::kFill; };
@@ -127,6 +127,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   FUZZ_CHECK(l_isReady);
   FUZZ_CHECK(get_user_rights(nullptr) == 0);
   FuzzInput input(data, size);
-  for (int i = 0; i < 4 && !input.IsEmpty(); ++i) CheckUserSpec(input.TakeText());
+  for (int i = 0; i < 4 && !input.IsEmpty(); ++i) CheckLoginName(input.TakeText());
   return 0;
 }
