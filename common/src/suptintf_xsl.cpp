@@ -184,7 +184,7 @@ astring *SUPTIntfGetXSLPathLocale(const astring *pApp, const astring *pType, con
   // a search of its own would be expected.
   for (const astring *const name : {pXSLName, "globals.xsl"}) {
     path = sheets.FindInLocale(name, locale, Form::kTemplate, true);
-    if (path == nullptr) {
+    if (path == nullptr && locale != kFallbackLocale) {
       locale = kFallbackLocale;
       path = sheets.FindInLocale(name, locale, Form::kTemplate, true);
     }

@@ -130,8 +130,7 @@ class Key {
 // The text of an entry, terminated.
 class Text {
  public:
-  // Takes a line that has the key. Where it begins with a line end, or has none of the key before one, there is no
-  // text.
+  // Takes a line that has the key. Where it begins with a line end, or has no "=" before one, there is no text.
   explicit Text(Units line) {
     const auto end = std::find_if(line.begin(), line.end(), [](ustring unit) { return unit == kCR || unit == kLF; });
     const auto start = std::find(std::reverse_iterator(end), line.rend(), ustring{'='}).base();
