@@ -28,12 +28,6 @@ if(ZEBCS_SANITIZE)
   target_link_options(zebcs_sanitizers INTERFACE -fsanitize=${ZEBCS_SANITIZE})
 endif()
 
-# The fuzzers learn from what they reach in the library.
-if(ZEBCS_FUZZ)
-  target_compile_options(zebcs_sanitizers INTERFACE -fsanitize=fuzzer-no-link)
-  target_link_options(zebcs_sanitizers INTERFACE -fsanitize=fuzzer-no-link)
-endif()
-
 # Hardening is for what ships; sanitizers bring their own checks and do not go with _FORTIFY_SOURCE.
 add_library(zebcs_hardening INTERFACE)
 target_link_options(zebcs_hardening INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack -Wl,--as-needed)
