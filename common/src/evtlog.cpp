@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <mutex>
+#include <span>
 #include <string_view>
 
 #include "cichar_string.h"
@@ -161,6 +162,11 @@ off_t FindEndTag(int fd, off_t size) {
   return -1;
 }
 
+// Whether all of the texts could be written there.
+bool WriteAt(int fd, off_t offset, std::span<const string_view> texts) {
+  return lseek(fd, offset, SEEK_SET) == offset && WriteTexts(fd, texts) == SizeOf(texts);
+}
+
 // Writes an entry and the end tag over the end tag at an offset, and over what may follow that. Where that fails the
 // file gets its old end back.
 s32 WriteOver(int fd, off_t offset, off_t oldSize, string_view entry) {
@@ -174,9 +180,8 @@ s32 WriteOver(int fd, off_t offset, off_t oldSize, string_view entry) {
     if (!ReadAt(fd, read.get(), endSize, offset)) return SM_STATUS_WRITE_FAILED;
     oldEnd = string_view(read.get(), endSize);
   }
-  if (lseek(fd, offset, SEEK_SET) == offset && WriteTexts(fd, texts) == SizeOf(texts)) return SM_STATUS_SUCCESS;
-  // Best effort: this takes room that the file had before.
-  (void)!pwrite(fd, oldEnd.data(), oldEnd.size(), offset);
+  if (WriteAt(fd, offset, texts)) return SM_STATUS_SUCCESS;
+  (void)WriteAt(fd, offset, std::array{oldEnd});  // takes room that the file had before
   (void)!ftruncate(fd, oldSize);
   return SM_STATUS_WRITE_FAILED;
 }
@@ -353,8 +358,7 @@ void XMLFileCheck(const astring *pPathFileName) {
   // The rest goes first: whoever is interrupted between the two leaves a log without the tag, which is repaired the next
   // time. Before a rest, the tag would never be looked for again.
   if (ftruncate(file.get(), static_cast<off_t>(cut)) != 0) return;
-  // Nobody is told of a failure, as of all here.
-  (void)!pwrite(file.get(), xmlLogEndTag.data(), xmlLogEndTag.size(), static_cast<off_t>(cut));
+  (void)WriteAt(file.get(), static_cast<off_t>(cut), std::array{xmlLogEndTag});
 }
 
 s32 AppendToOSLog(u16 type, u32 eventID, const ustring *pSource, const ustring *pEventDesc, const void * /*pData*/,
