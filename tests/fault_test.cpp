@@ -18,62 +18,16 @@
 #include <utility>
 #include <vector>
 
+#include "fault_points.h"
 #include "program.h"
 #include "sandbox.h"
 #include "tracer.h"
-#include "zebcs/frame.h"
 #include "zebcs/ini.h"
 #include "zebcs/logs.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-// The errors that a call of the operations can end with.
-struct CallErrors {
-  const char *name;
-  std::vector<int> errors;
-};
-const std::map<long, CallErrors> kErrors = {
-    {SYS_openat, {"openat", {EACCES, EMFILE}}},
-    {SYS_read, {"read", {EIO, EINTR}}},
-    {SYS_write, {"write", {ENOSPC, EINTR}}},
-    {SYS_writev, {"writev", {ENOSPC, EINTR}}},
-    {SYS_pread64, {"pread64", {EIO, EINTR}}},
-    {SYS_pwrite64, {"pwrite64", {ENOSPC, EINTR}}},
-    {SYS_pwritev, {"pwritev", {ENOSPC, EINTR}}},
-    {SYS_copy_file_range, {"copy_file_range", {EIO, EXDEV}}},
-    {SYS_lseek, {"lseek", {EINVAL}}},
-    {SYS_ftruncate, {"ftruncate", {EIO, EINTR}}},
-    {SYS_rename, {"rename", {EIO}}},
-    {SYS_unlink, {"unlink", {EACCES}}},
-    {SYS_mkdir, {"mkdir", {EACCES}}},
-    {SYS_chmod, {"chmod", {EPERM}}},
-    {SYS_fchmod, {"fchmod", {EPERM}}},
-    {SYS_fstat, {"fstat", {EIO}}},
-    {SYS_newfstatat, {"newfstatat", {EACCES}}},
-    {SYS_access, {"access", {EACCES}}},
-    {SYS_fcntl, {"fcntl", {EINTR, ENOLCK}}},
-    {SYS_close, {"close", {EIO, EINTR}}},
-    {SYS_socket, {"socket", {EMFILE, EAFNOSUPPORT}}},
-    {SYS_connect, {"connect", {ECONNREFUSED, EINTR}}},
-    {SYS_bind, {"bind", {EADDRINUSE}}},
-    {SYS_getsockname, {"getsockname", {ENOBUFS}}},
-    {SYS_sendto, {"sendto", {ENOBUFS, EINTR}}},
-    {SYS_recvmsg, {"recvmsg", {ENOMEM, EINTR}}},
-    {SYS_uname, {"uname", {EFAULT}}},
-    {SYS_ioctl, {"ioctl", {ENOTTY}}},
-    {SYS_readlink, {"readlink", {EACCES}}},
-    {SYS_getrandom, {"getrandom", {EINTR}}},
-    {SYS_dup, {"dup", {EMFILE}}},
-    {SYS_mmap, {"mmap", {ENOMEM}}},
-};
-
-// Calls that cannot fail, or whose failing means nothing.
-const std::set<long> kUnfailing = {SYS_getpid,  SYS_gettid,      SYS_getuid,       SYS_geteuid,        SYS_getgid,
-                                   SYS_getegid, SYS_brk,         SYS_munmap,       SYS_mprotect,       SYS_madvise,
-                                   SYS_futex,   SYS_sched_yield, SYS_rt_sigaction, SYS_rt_sigprocmask, SYS_sigaltstack,
-                                   SYS_umask,   SYS_getppid,     SYS_nanosleep,    SYS_clock_nanosleep};
 
 const std::string kINI = "; settings\n[a]\nkey=one\n[b]\nkey=two\nother=three\n";
 const std::string kProperties = "# settings\nkey=one\nkey=two\nother=three\n";
@@ -221,67 +175,9 @@ const std::vector<Operation> &Operations() {
   return operations;
 }
 
-// One way to spoil an operation.
-struct Point {
-  SpoiltCall spoilt;
-  long call;
-  std::string text;
-};
-
-// The lengths to which a transfer is cut short.
-std::set<uint64_t> PartsOf(const TracedCall &call) {
-  if (call.bytes <= 1) return {};
-  return {1, call.bytes / 2, call.bytes - 1};
-}
-
-// Every error of every call that an operation makes, and every transfer cut short.
-std::vector<Point> FailuresOf(const std::vector<TracedCall> &calls) {
-  std::vector<Point> points;
-  for (size_t i = 0; i < calls.size(); ++i) {
-    const TracedCall &call = calls[i];
-#ifdef ZEBCS_SANITIZED
-    if (call.number == SYS_mmap) continue;  // a sanitizer without memory ends the program
-#endif
-    if (kUnfailing.contains(call.number)) continue;
-    const auto known = kErrors.find(call.number);
-    if (known == kErrors.end()) {
-      ADD_FAILURE() << "system call " << call.number << " is not known";
-      continue;
-    }
-    const std::string name = known->second.name + (" at " + std::to_string(i));
-    for (const int error : known->second.errors) {
-      points.push_back(
-          {{.how = Spoiling::kError, .call = i, .error = error}, call.number, name + ": " + strerrorname_np(error)});
-    }
-    for (const uint64_t bytes : PartsOf(call)) {
-      points.push_back({{.how = Spoiling::kShortened, .call = i, .bytes = bytes},
-                        call.number,
-                        name + ": " + std::to_string(bytes) + " of " + std::to_string(call.bytes) + " bytes"});
-    }
-  }
-  return points;
-}
-
-struct Answers {
-  int first = -4711;
-  long opened = -4711;  // descriptors
-  int second = -4711;
-};
-
-Answers AnswersOf(const TracedProgram &program) {
-  Answers answers;
-  std::istringstream(program.output) >> answers.first >> answers.opened >> answers.second;
-  return answers;
-}
-
-void ExpectLockIsFree() {
-  EXPECT_EQ(FileLock(0), 1);
-  FileUnlock();
-}
-
 struct Outcome {
   TracedProgram program;
-  Answers answers;
+  ProbeAnswers answers;
   Files files;
   Files filesOfNext;  // after the operation has been called once more, with nothing in its way
 };
@@ -341,15 +237,15 @@ INSTANTIATE_TEST_SUITE_P(Operation, Fault, testing::ValuesIn(Operations()),
 
 TEST_P(Fault, FailingCallLeavesTheOldOrTheNewWholeAndTheStatusTellsWhich) {
   const Operation &operation = GetParam();
-  const std::vector<Point> points = FailuresOf(CallsOf(operation));
-  for (const Point &point : points) {
+  const std::vector<FaultPoint> points = FailuresOf(CallsOf(operation));
+  for (const FaultPoint &point : points) {
     SCOPED_TRACE(point.text);
     const Outcome outcome = Try(operation, point.spoilt);
     ASSERT_EQ(outcome.program.status, 0) << outcome.program.errors;
     ASSERT_GT(outcome.program.calls.size(), point.spoilt.call);
     const int status = outcome.answers.first;
     EXPECT_EQ(outcome.answers.opened, 0);
-    EXPECT_NE(status, 9999) << "a wrong value";
+    EXPECT_NE(status, kWrongAnswer) << "a wrong value";
     const std::string text = TextOf(outcome.files, operation.file);
     if (point.spoilt.how == Spoiling::kShortened) {
       EXPECT_EQ(status, SM_STATUS_SUCCESS) << "the rest follows";
@@ -361,7 +257,7 @@ TEST_P(Fault, FailingCallLeavesTheOldOrTheNewWholeAndTheStatusTellsWhich) {
     }
     EXPECT_TRUE(IsWhole(operation, outcome.files)) << text;
     EXPECT_TRUE(Recovers(operation, outcome)) << TextOf(outcome.filesOfNext, operation.file);
-    ExpectLockIsFree();
+    ExpectFileLockIsFree();
   }
   RecordProperty("points", static_cast<int>(points.size()));
   EXPECT_GT(points.size(), 3u);
@@ -376,7 +272,7 @@ TEST_P(Fault, DeathAtACallLeavesTheOldOrTheNewWhole) {
     ASSERT_EQ(outcome.program.status, 128 + SIGKILL);
     EXPECT_TRUE(IsWhole(operation, outcome.files)) << TextOf(outcome.files, operation.file);
     EXPECT_TRUE(Recovers(operation, outcome)) << TextOf(outcome.filesOfNext, operation.file);
-    ExpectLockIsFree();
+    ExpectFileLockIsFree();
   }
   RecordProperty("points", static_cast<int>(calls.size()));
   EXPECT_GT(calls.size(), 3u);
@@ -399,7 +295,7 @@ TEST_P(Fault, DeathInTheMiddleOfAWriteLeavesWhatCanBeGoneOnWith) {
           << TextOf(outcome.files, operation.file);
       EXPECT_TRUE(operation.isNew(outcome.files) || operation.isMended(outcome.filesOfNext))
           << TextOf(outcome.filesOfNext, operation.file);
-      ExpectLockIsFree();
+      ExpectFileLockIsFree();
     }
   }
   RecordProperty("points", points);

@@ -20,7 +20,7 @@ const std::map<std::string, int> kFloors = {
     {"zebcs/number.h", 0},   {"zebcs/unistr.h", 0},
     {"owners.h", 0},         {"blocks.h", 0},
     {"size_protocol.h", 0},  {"cichar_encoding.h", 2},
-    {"line_file", 1},        {"lxipc", 1},
+    {"fork_guard", 0},       {"line_file", 1},        {"lxipc", 1},
     {"lxstring", 1},         {"lxconv", 1},
     {"zebcs/frame.h", 1},    {"zebsupt_base", 2},
     {"file_lock", 2},        {"export_context.h", 3},

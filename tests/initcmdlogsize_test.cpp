@@ -1,11 +1,7 @@
 // The command log with its maximum size, and the system log.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/mount.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -29,6 +25,7 @@
 #include "program.h"
 #include "sandbox.h"
 #include "shared_file.h"
+#include "system_log.h"
 #include "zebcs/frame.h"
 #include "zebcs/logs.h"
 #include "zebcs/number.h"
@@ -793,52 +790,7 @@ TEST(CmdGetXMLLogContent, IsThatOfTheCommandLogByItsPath) {
 
 namespace {
 
-// What listens in place of the system log's service. It takes the place of /dev while it lives.
-class SystemLog {
- public:
-  SystemLog() {
-    sandbox::RequireSandbox();
-    if (mount("tmpfs", "/dev", "tmpfs", 0, "mode=0755") != 0) {
-      ADD_FAILURE() << "mount at /dev: " << std::strerror(errno);
-      return;
-    }
-    m_isMounted = true;
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, "/dev/log");
-    m_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (m_fd < 0 || bind(m_fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-      ADD_FAILURE() << "bind at /dev/log: " << std::strerror(errno);
-    }
-  }
-  SystemLog(const SystemLog &) = delete;
-  SystemLog &operator=(const SystemLog &) = delete;
-  ~SystemLog() {
-    if (m_fd >= 0) close(m_fd);
-    if (m_isMounted && umount2("/dev", MNT_DETACH) != 0) ADD_FAILURE() << "unmount: " << std::strerror(errno);
-  }
-
-  // The next message with its priority, without its time; "(none)" if there is none. What is sent has arrived.
-  std::string Receive() {
-    pollfd polled{m_fd, POLLIN, 0};
-    if (poll(&polled, 1, 0) != 1) return "(none)";
-    std::vector<char> buffer(300000);
-    const ssize_t count = recv(m_fd, buffer.data(), buffer.size(), 0);
-    if (count < 0) return std::strerror(errno);
-    const std::string message(buffer.data(), static_cast<size_t>(count));
-    // As in "<27>Nov  1 08:00:00 ".
-    const size_t end = message.find('>') + 1;
-    std::tm time = {};
-    const char *const rest = strptime(message.c_str() + end, "%b %e %H:%M:%S ", &time);
-    if (rest != message.c_str() + end + 16) return "no time: " + message;
-    return message.substr(0, end) + message.substr(end + 16);
-  }
-
- private:
-  int m_fd = -1;
-  bool m_isMounted = false;
-};
-
+using sandbox::SystemLog;
 using Units = std::vector<ustring>;
 
 Units U(const std::string &text) {

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <string_view>
 
+#include "fork_guard.h"
 #include "owners.h"
 #include "zebcs/encoding.h"
 #include "zebcs/number.h"
@@ -157,13 +158,19 @@ bool IsPlainFloatingPoint() {
   return point[0] == '.' && point[1] == 0 && _MM_GET_ROUNDING_MODE() == _MM_ROUND_NEAREST;
 }
 
-// Looks the time zone up anew: localtime_r and ctime_r would stay with the one that the process began with. One thread
-// at a time, as the C library has it in any case, but where the thread sanitizer does not see it.
-void UseCurrentZone() {
-  static std::mutex l_mutex;
-  const std::lock_guard lock(l_mutex);
-  tzset();
-}
+std::mutex l_zoneMutex;
+[[maybe_unused]] const bool l_isZoneKeptFree = KeepFreeInChildren(ForkOrder::kTimeZone, &l_zoneMutex);
+
+// Looks the time zone up anew, for a conversion in its scope: localtime_r and ctime_r would stay with the one that the
+// process began with. One thread at a time, as the C library has it in any case, but where neither the thread sanitizer
+// nor a fork sees it.
+class CurrentZone {
+ public:
+  CurrentZone() : m_lock(l_zoneMutex) { tzset(); }
+
+ private:
+  std::lock_guard<std::mutex> m_lock;
+};
 
 s32 Validity(bool isValid) { return isValid ? SM_STATUS_SUCCESS : SM_STATUS_INVALID_INPUT; }
 
@@ -330,13 +337,13 @@ void DoubleToASCII(astring *pDest, d64 value) {
 void DSTFix(time_t *pTimer) {
   constexpr time_t kHour = 3600;
   tm local{};
-  UseCurrentZone();
+  const CurrentZone zone;
   if (pTimer != nullptr && localtime_r(pTimer, &local) != nullptr && local.tm_isdst > 0) *pTimer += kHour;
 }
 
 s32 TimeToAStr(astring *pDest, const time_t *pTimer) {
   char text[26];
-  UseCurrentZone();
+  const CurrentZone zone;
   if (pDest == nullptr || pTimer == nullptr || ctime_r(pTimer, text) == nullptr) return -1;
   const size_t length = std::strlen(text) - 1;  // without the line feed
   std::memcpy(pDest, text, length);

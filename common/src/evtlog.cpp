@@ -17,6 +17,7 @@
 
 #include "cichar_string.h"
 #include "file_lock.h"
+#include "fork_guard.h"
 #include "line_file.h"
 #include "owners.h"
 #include "zebcs/encoding.h"
@@ -257,6 +258,7 @@ s32 Narrow(const ustring *pText, MallocPtr<astring> &narrow) {
 }
 
 std::mutex l_syslog_mutex;  // the connection to the system log is one for the process
+[[maybe_unused]] const bool l_isSyslogKeptFree = KeepFreeInChildren(ForkOrder::kSystemLog, &l_syslog_mutex);
 
 }  // namespace
 

@@ -1,9 +1,12 @@
 // The command log: what users had the agent do, in an event log at a fixed place with a size that can be set.
+#include <fcntl.h>
+
 #include <atomic>
-#include <cstdio>
 #include <cstring>
+#include <optional>
 
 #include "file_lock.h"
+#include "line_file.h"
 #include "owners.h"
 #include "xml_buffer_owner.h"
 #include "zebcs/dasupport.h"
@@ -39,13 +42,13 @@ bool ReadMaxSizeSetting(u32 &maxSize) {
   return status == SM_STATUS_SUCCESS;
 }
 
-// Reads all of a file, of which a size is known, as text. Null when it cannot be opened.
-bool ReadText(const astring *pPath, u32 size, MallocPtr<astring> &text) {
-  const FilePtr file(std::fopen(pPath, "rbe"));
-  if (!file) return false;
-  const size_t count = std::fread(text.get(), 1, size, file.get());  // what can be read is what is shown
-  text.get()[count] = 0;
-  return true;
+// Reads a file, of which a size is known, as text: what there is of it, as it may change its size. False when it cannot
+// be opened or read.
+bool ReadText(const astring *pPath, u32 size, astring *pText) {
+  const FdGuard file = OpenFile(pPath, O_RDONLY);
+  const std::optional<size_t> count = file ? ReadAll(file.get(), {pText, size}) : std::nullopt;
+  if (count) pText[*count] = 0;
+  return count.has_value();
 }
 
 }  // namespace
@@ -121,7 +124,7 @@ astring *KCSCmdGetXMLLogContent(const astring *pLogPath, const astring * /*pUser
   MallocPtr<astring> text = MallocArray<astring>(size_t{size} + 1);
   XMLBufferPtr document(text ? KCXAllocBuf(size + 1, 0) : nullptr);
   if (!document) return nullptr;
-  const bool isRead = ReadText(pLogPath, size, text);
+  const bool isRead = ReadText(pLogPath, size, text.get());
   if (isRead) (void)KCXBufCatNode(document.get(), "Content", nullptr, KCX_ASTRING, text.get());
   const u32 contentLength = document->strCurLen;
   (void)DASuptCatSMStatusNode(document.get(), isRead ? SM_STATUS_SUCCESS : -1, nullptr);

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -74,8 +75,9 @@ s32 GetIPHostName(astring *pName, u32 *pSize) {
   if (!ipsuptLoaded) return SM_STATUS_NOT_LOADED;
   if (pName == nullptr || pSize == nullptr) return SM_STATUS_BAD_PARAMETER;
   if (gethostname(pName, *pSize) != 0) {
-    // Kept: a name that does not fit is no failure. Callers read the buffer all the same, so it is terminated.
-    if (*pSize > 0) pName[*pSize - 1] = '\0';
+    // Kept: a name that does not fit, or is not to be had, is no failure. Callers read the buffer all the same, so it is
+    // terminated.
+    if (*pSize > 0) pName[errno == ENAMETOOLONG ? *pSize - 1 : 0] = '\0';
     return SM_STATUS_SUCCESS;
   }
   *pSize = static_cast<u32>(std::strlen(pName) + 1);

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 using std::string_view;
 
@@ -18,14 +19,31 @@ FdGuard OpenFile(const char *path, int flags) {
 }
 
 FdGuard OpenTemporary(const char *path) {
-  FdGuard file = OpenFile(path, O_WRONLY | O_CREAT | O_NOFOLLOW);
+  constexpr int kNew = O_WRONLY | O_CREAT | O_EXCL;
+  FdGuard file = OpenFile(path, kNew);
+  if (file || errno != EEXIST) return file;
+  file = OpenFile(path, O_WRONLY | O_NOFOLLOW);
   struct stat info = {};
   if (!file || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_nlink != 1) return FdGuard();
+  // An account that it belongs to could go on writing to it, or has it open.
+  if (info.st_uid != geteuid()) return unlink(path) == 0 ? OpenFile(path, kNew) : FdGuard();
   if (info.st_size != 0 && ftruncate(file.get(), 0) != 0) return FdGuard();
   return file;
 }
 
 bool CloseWritten(FdGuard &file) { return close(file.release()) == 0; }
+
+std::optional<size_t> ReadAll(int fd, std::span<char> room) {
+  size_t total = 0;
+  while (total < room.size()) {
+    const ssize_t count = read(fd, room.data() + total, room.size() - total);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
+    total += static_cast<size_t>(count);
+  }
+  return total;
+}
 
 size_t WriteTexts(int fd, std::span<const string_view> texts) {
   std::array<iovec, kMostTexts> room;
@@ -128,12 +146,17 @@ bool LineFile::Fill() {
   m_end -= m_position;
   std::memmove(m_window, At(m_position), m_end);
   m_position = m_copied = 0;
-  const size_t room = m_isFirstRead ? kFirstRead : kWindow - m_end;
-  m_isFirstRead = false;
+  if (std::exchange(m_mayBeEndless, false) && !IsRegularFile(m_in)) {
+    m_readFailed = true;
+    return false;
+  }
+  const bool isFirstRead = std::exchange(m_isFirstRead, false);
+  const size_t room = isFirstRead ? kFirstRead : kWindow - m_end;
   ssize_t count = 0;
   do {
     count = read(m_in, m_window + m_end, room);
   } while (count < 0 && errno == EINTR);
+  m_mayBeEndless = isFirstRead && count == ssize_t{kFirstRead};
   if (count < 0) m_readFailed = true;
   if (count > 0) m_end += static_cast<size_t>(count);
   return count > 0;

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -14,11 +15,15 @@
 FdGuard OpenFile(const char *path, int flags);
 
 // Opens the temporary file that is to take a file's place, empty. Nothing where something else has its name: a link or
-// a pipe there, or a file that has another name as well, is nobody's temporary file.
+// a pipe there, or a file that has another name as well, is nobody's temporary file. One that another account has left
+// is replaced by a new one, where that is allowed.
 FdGuard OpenTemporary(const char *path);
 
 // Closes a file that was written to, which can bring the news that something of it got lost.
 bool CloseWritten(FdGuard &file);
+
+// Reads until the room is full or the file ends. Returns the number of bytes; nothing if reading failed.
+std::optional<size_t> ReadAll(int fd, std::span<char> room);
 
 // Writes texts one after another, at most kMostTexts, in as few calls as the system takes. Returns the number of bytes
 // written, which is less than there were exactly if writing failed.
@@ -70,6 +75,7 @@ class LineFile {
   int m_in;
   int m_copyTo;
   bool m_isFirstRead = true;
+  bool m_mayBeEndless = false;  // as a device is: nothing has shown the end, and nobody has looked at what it is
   bool m_readFailed = false;
   bool m_writeFailed = false;
   size_t m_lineStart = 0;  // of the line returned last

@@ -2,9 +2,12 @@
 #ifndef ZEBCS_SRC_OWNERS_H
 #define ZEBCS_SRC_OWNERS_H
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -39,6 +42,23 @@ class FdGuard {
  private:
   int m_fd;
 };
+
+// Opens a file that stays open, for this program alone. In a process that was started with a standard stream closed, what
+// is printed must not end up in the file, nor what is in the file be read as input. Nothing, and errno, on failure.
+inline FdGuard OpenAboveStandardStreams(const char *path, int flags, mode_t mode = 0) {
+  FdGuard file(open(path, flags | O_CLOEXEC, mode));
+  if (!file || file.get() > STDERR_FILENO) return file;
+  FdGuard above(fcntl(file.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  const int error = errno;
+  file.reset();
+  errno = error;
+  return above;
+}
+
+inline bool IsRegularFile(int fd) {
+  struct stat info = {};
+  return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
 
 struct MallocDeleter {
   void operator()(void *block) const { std::free(block); }

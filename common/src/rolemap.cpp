@@ -1,7 +1,9 @@
 // The role map: the reader of the administrator's file, its records, and the rules that find a user's privilege.
 #include "zebcs/rolemap.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <ext/stdio_filebuf.h>
 
 #include <algorithm>
 #include <array>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "accounts.h"
+#include "fork_guard.h"
 #include "locale_text.h"
 #include "owners.h"
 #include "zebcs/auth.h"
@@ -217,12 +220,26 @@ void QXAuthFileReader::AppendRecord(const std::wstring &line, int lineNumber) {
   (void)record.release();  // now the list's
 }
 
+namespace {
+
+void CheckMode(mode_t mode) {
+  constexpr mode_t kExpectedMode = S_IFREG | S_IRUSR | S_IWUSR | S_IRGRP;
+  // Kept: the sticky bit is the one bit that may be set as well.
+  if ((mode & ~mode_t{S_ISVTX}) != kExpectedMode) throw ZEBRoleMapFileReaderException(FILE_PERMS_ERROR, 0);
+}
+
+// The file is there: for want of memory nobody gets the rights of the built-in rules instead of its own.
+[[noreturn]] void ThrowNotOpened() {
+  if (errno == ENOMEM) throw std::bad_alloc();
+  throw ZEBRoleMapFileReaderException(FILE_NOT_FOUND, 0);
+}
+
+}  // namespace
+
 void QXAuthFileReader::CheckFilePermissions() {
   struct stat status {};
   if (stat(m_szFilename.c_str(), &status) != 0) throw ZEBRoleMapFileReaderException(FILE_NOT_FOUND, 0);
-  constexpr mode_t kExpectedMode = S_IFREG | S_IRUSR | S_IWUSR | S_IRGRP;
-  // Kept: the sticky bit is the one bit that may be set as well.
-  if ((status.st_mode & ~mode_t{S_ISVTX}) != kExpectedMode) throw ZEBRoleMapFileReaderException(FILE_PERMS_ERROR, 0);
+  CheckMode(status.st_mode);
   if (status.st_mtime == m_tZEBRM_ModifiedFileStamp) return;
   m_tZEBRM_ModifiedFileStamp = status.st_mtime;
   m_bInitialized = false;
@@ -234,19 +251,26 @@ void QXAuthFileReader::Open() {
   CheckFilePermissions();
   if (m_bInitialized) return;
   if (m_pfile == nullptr) m_pfile = std::make_unique<std::wifstream>();
-  // Kept: a stream left open by a failed read cannot be opened again. That sets its fail state, and as it counts as
-  // open no error is raised here; GetRecords then finds the file empty.
-  errno = 0;
-  try {
-    m_pfile->open(m_szFilename, std::ios_base::in);
-  } catch (...) {
-    m_pfile.reset();  // it is half open: without the memory for its buffer
-    throw;
+  if (m_pfile->is_open()) {
+    // Kept: a stream left open by a failed read cannot be opened again. That sets its fail state, and as it counts as
+    // open no error is raised here; GetRecords then finds the file empty.
+    m_pfile->setstate(std::ios_base::failbit);
+    return;
   }
-  if (m_pfile->is_open()) return;
-  // The file is there: without memory nobody gets the rights of the built-in rules instead of its own.
-  if (errno == ENOMEM) throw std::bad_alloc();
-  throw ZEBRoleMapFileReaderException(FILE_NOT_FOUND, 0);
+  // A file that has taken the place of the one that was checked may be anything; a pipe would be waited for.
+  FdGuard file = OpenAboveStandardStreams(m_szFilename.c_str(), O_RDONLY | O_NONBLOCK);
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0) ThrowNotOpened();
+  CheckMode(status.st_mode);
+  m_tZEBRM_ModifiedFileStamp = status.st_mtime;
+  const int fd = file.release();
+  __gnu_cxx::stdio_filebuf<wchar_t> buffer(fd, std::ios_base::in);  // owns the file, unless there is no memory for it
+  if (!buffer.is_open()) {
+    file.reset(fd);
+    throw std::bad_alloc();
+  }
+  m_pfile->rdbuf()->swap(buffer);
+  m_pfile->clear();
 }
 
 namespace {
@@ -319,8 +343,11 @@ ZEBRoleMapAlgorithm &ZEBRoleMapAlgorithm::GetInstance() {
   return algorithm;
 }
 
-ZEBRoleMapAlgorithm::ZEBRoleMapAlgorithm() : m_pTables(std::make_shared<const Tables>()) {}
-ZEBRoleMapAlgorithm::~ZEBRoleMapAlgorithm() = default;
+ZEBRoleMapAlgorithm::ZEBRoleMapAlgorithm() : m_pTables(std::make_shared<const Tables>()) {
+  KeepFreeInChildren(ForkOrder::kRoleMapTables, &m_TablesMutex);
+}
+
+ZEBRoleMapAlgorithm::~ZEBRoleMapAlgorithm() { KeepFreeInChildren(ForkOrder::kRoleMapTables, nullptr); }
 
 namespace {
 

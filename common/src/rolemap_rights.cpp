@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "fork_guard.h"
 #include "locale_text.h"
 #include "owners.h"
 #include "xml_buffer_owner.h"
@@ -40,12 +41,14 @@ void Report(const ZEBRoleMapFileReaderException &error) {
                                description.get()->pStr, kWarning);
 }
 
+std::mutex l_loadMutex;
+[[maybe_unused]] const bool l_isLoadKeptFree = KeepFreeInChildren(ForkOrder::kRoleMapLoad, &l_loadMutex);
+
 enum class Step { kOpen, kOpenAndRead, kRead };
 
 // Takes the steps of a load. The records are the reader's until the next load, so that loads exclude each other; what
 // looks up meanwhile does it in the tables of the load before.
 void LoadRolemap(Step step) {
-  static std::mutex l_loadMutex;
   std::optional<ZEBRoleMapFileReaderException> failure;
   {
     const std::lock_guard lock(l_loadMutex);

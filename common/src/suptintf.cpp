@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "cichar_xml.h"
+#include "fork_guard.h"
 #include "owners.h"
 #include "zebcs/encoding.h"
 #include "zebcs/ini.h"
@@ -20,6 +21,7 @@ constexpr size_t kPathRoom = 256;
 
 // The install path, once it is known; the size counts the terminator and is 0 before.
 std::mutex l_install_path_mutex;
+[[maybe_unused]] const bool l_isPathKeptFree = KeepFreeInChildren(ForkOrder::kInstallPath, &l_install_path_mutex);
 astring zebInstallPath[kPathRoom];
 u32 zebInstallPathSize = 0;
 

@@ -88,8 +88,9 @@ ZEBCS_API s32 KCSSetCmdLogMaxSize(u32 maxSize);
 ZEBCS_API astring *KCSGetCmdLogPathFileName(void);
 
 /* Returns the text of a log as the content of a node "Content", as it is, followed by a node "SMStatus", as a new text
- * that is released with KCSFreeMem; with the status -1 alone when the log can no longer be opened. NULL when
- * there is no file that can be read, when it is empty, and when memory ran out. The other arguments are not used. */
+ * that is released with KCSFreeMem; with the status -1 alone when the log can no longer be opened, or not be read.
+ * NULL when there is no file that can be read, when it is empty, and when memory ran out. The other arguments are not
+ * used. */
 ZEBCS_API astring *KCSCmdGetXMLLogContent(const astring *pLogPath, const astring *pUserInfo, const astring *pSource);
 
 /* Sends an event to the system log, at a priority by its type: 1 an error, 2 a warning, any other an information.

@@ -49,16 +49,15 @@ s32 Poll(u32 retries, TryOnce tryOnce) {
   }
 }
 
-// Opens the IPC lock file above the standard streams: in a process that was started with one of them closed, what is
-// printed must not end up in the file. Returns -1 and errno on failure.
-int OpenAboveStandardStreams(int flags) {
-  const int fd = open(l_ipc_filename, flags | O_CLOEXEC, 0664);
-  if (fd == -1 || fd > STDERR_FILENO) return fd;
-  const int above = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-  const int error = errno;
-  (void)close(fd);  // nothing was written or locked through it
-  errno = error;
-  return above;
+constexpr mode_t kLockFileMode = 0664;
+
+// Opens a text file that there is. A pipe is not waited for, and a device may have no end.
+FilePtr OpenConfiguration() {
+  FdGuard file(open(kConfigurationFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file || !IsRegularFile(file.get())) return nullptr;
+  FilePtr stream(fdopen(file.get(), "r"));
+  if (stream) (void)file.release();  // now the stream's
+  return stream;
 }
 
 // Kept: every lock covers the whole file, whatever its offset or mutex name; all global mutexes are one lock.
@@ -98,7 +97,7 @@ constexpr int kNewSemaphore = IPC_CREAT | IPC_EXCL | kSemaphorePermissions;
 int CreateIPCName(int name_user) {
   if (l_ipc_name_base == kNameBaseUnread) {
     l_ipc_name_base = kDefaultNameBase;
-    if (const FilePtr file{std::fopen(kConfigurationFile, "re")}) {
+    if (const FilePtr file = OpenConfiguration()) {
       char line[256];  // a longer line is read as several
       int base = 0;
       while (std::fgets(line, sizeof line, file.get()) != nullptr) {
@@ -115,8 +114,9 @@ int CreateIPCName(int name_user) {
 
 s32 OpenIPCFile(void) {
   if (l_ipc_fd != -1) return 0;
-  l_ipc_fd = OpenAboveStandardStreams(O_RDWR | O_CREAT);
-  if (l_ipc_fd == -1 && errno == EACCES) l_ipc_fd = OpenAboveStandardStreams(O_RDONLY);
+  FdGuard file = OpenAboveStandardStreams(l_ipc_filename, O_RDWR | O_CREAT, kLockFileMode);
+  if (!file && errno == EACCES) file = OpenAboveStandardStreams(l_ipc_filename, O_RDONLY);
+  l_ipc_fd = file.release();
   return l_ipc_fd == -1 ? -1 : 0;
 }
 
