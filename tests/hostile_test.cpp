@@ -1892,6 +1892,16 @@ TEST_F(Swapped, PipeIsNotWaitedFor) {
             1);
 }
 
+TEST_F(Swapped, FileThatTookThePlaceOfOneThatWasSeenBeforeIsANewOne) {
+  ASSERT_TRUE(WriteRoleMap("zoe * user\n") && WriteOther("zoe * administrator\n", 0644));
+  l_exchangeAfterLooks = 1;
+  EXPECT_EQ(RightsOf("zoe@h"), 1u);
+  ASSERT_TRUE(Exchange() && WriteOther("zoe * poweruser\n"));
+  l_exchangeAfterLooks = 1;
+  EXPECT_EQ(RightsOf("zoe@h"), 3u);
+  EXPECT_EQ(l_exchangeAfterLooks, 0);
+}
+
 TEST_F(Swapped, RulesOfAFileThatIsGoneAgainAreNotKept) {
   ASSERT_TRUE(WriteRoleMap("zoe * user\n") && WriteOther("zoe * administrator\n"));
   l_exchangeAfterLooks = 1;

@@ -222,12 +222,6 @@ void QXAuthFileReader::AppendRecord(const std::wstring &line, int lineNumber) {
 
 namespace {
 
-void CheckMode(mode_t mode) {
-  constexpr mode_t kExpectedMode = S_IFREG | S_IRUSR | S_IWUSR | S_IRGRP;
-  // Kept: the sticky bit is the one bit that may be set as well.
-  if ((mode & ~mode_t{S_ISVTX}) != kExpectedMode) throw ZEBRoleMapFileReaderException(FILE_PERMS_ERROR, 0);
-}
-
 // The file is there: for want of memory nobody gets the rights of the built-in rules instead of its own.
 [[noreturn]] void ThrowNotOpened() {
   if (errno == ENOMEM) throw std::bad_alloc();
@@ -239,7 +233,13 @@ void CheckMode(mode_t mode) {
 void QXAuthFileReader::CheckFilePermissions() {
   struct stat status {};
   if (stat(m_szFilename.c_str(), &status) != 0) throw ZEBRoleMapFileReaderException(FILE_NOT_FOUND, 0);
-  CheckMode(status.st_mode);
+  CheckFile(status);
+}
+
+void QXAuthFileReader::CheckFile(const struct stat &status) {
+  constexpr mode_t kExpectedMode = S_IFREG | S_IRUSR | S_IWUSR | S_IRGRP;
+  // Kept: the sticky bit is the one bit that may be set as well.
+  if ((status.st_mode & ~mode_t{S_ISVTX}) != kExpectedMode) throw ZEBRoleMapFileReaderException(FILE_PERMS_ERROR, 0);
   if (status.st_mtime == m_tZEBRM_ModifiedFileStamp) return;
   m_tZEBRM_ModifiedFileStamp = status.st_mtime;
   m_bInitialized = false;
@@ -261,8 +261,7 @@ void QXAuthFileReader::Open() {
   FdGuard file = OpenAboveStandardStreams(m_szFilename.c_str(), O_RDONLY | O_NONBLOCK);
   struct stat status {};
   if (!file || fstat(file.get(), &status) != 0) ThrowNotOpened();
-  CheckMode(status.st_mode);
-  m_tZEBRM_ModifiedFileStamp = status.st_mtime;
+  CheckFile(status);
   const int fd = file.release();
   __gnu_cxx::stdio_filebuf<wchar_t> buffer(fd, std::ios_base::in);  // owns the file, unless there is no memory for it
   if (!buffer.is_open()) {

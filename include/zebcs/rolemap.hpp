@@ -161,6 +161,7 @@ class ZEBCS_API QXAuthFileReader {
   QXAuthFileReader();
   ~QXAuthFileReader();
   void CheckFilePermissions();
+  void CheckFile(const struct stat &status);
   void DestroyRecords() noexcept;
   void ReadRecords(std::wistream &stream);
   void AppendRecord(const std::wstring &line, int lineNumber);
