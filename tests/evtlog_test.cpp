@@ -600,6 +600,8 @@ TEST(CreateLogDir, MakesOneLevel) {
   EXPECT_EQ(ModeOf(directory.Path("tail")), static_cast<mode_t>(S_IFDIR | 0755));
 }
 
+TEST(CreateLogDir, PathThatIsMissingHasNoneToMake) { EXPECT_EQ(CreateLogDir(nullptr), 0); }
+
 TEST(AppendToXMLLog, MakesTheDirectoryOneLevelDeep) {
   const Log log("new/a.xml");
   EXPECT_EQ(log.Append("d"), 0);
@@ -873,6 +875,16 @@ TEST(CheckBackupLogFile, BacksUpFromTheMaximumOn) {
   EXPECT_TRUE(Exists(stuck.path()));
 }
 
+TEST(CheckBackupLogFile, MovesNothingWithoutAPathOrAPlaceForTheAnswer) {
+  const Log log;
+  ASSERT_TRUE(log.Write("x"));
+  CheckBackupLogFile(log.name(), 0, 100, nullptr);
+  EXPECT_EQ(FilesIn(log.directory()), (Files{{"a.xml", "x"}}));
+  booln isBackedUp = 7;
+  CheckBackupLogFile(nullptr, 0, 100, &isBackedUp);
+  EXPECT_EQ(isBackedUp, 0);
+}
+
 TEST(DeleteLogFile, DeletesAFileAndNothingElse) {
   const Log log;
   EXPECT_EQ(DeleteLogFile(log.name()), -1) << "there is none";
@@ -882,6 +894,7 @@ TEST(DeleteLogFile, DeletesAFileAndNothingElse) {
   ASSERT_TRUE(sandbox::MakeDirectories(log.path()));
   EXPECT_EQ(DeleteLogFile(log.name()), -1);
   EXPECT_TRUE(Exists(log.path()));
+  EXPECT_EQ(DeleteLogFile(nullptr), -1);
   EXPECT_TRUE(LockIsFree());
 }
 
@@ -1233,6 +1246,8 @@ TEST(FindLastOccurrence, OffsetOfTheLastOneOrMinusOne) {
   std::string text(100000, 'x');
   text.replace(50000, 4, "word");
   EXPECT_EQ(findLastOccurrence(text.c_str(), "word"), 50000);
+  EXPECT_EQ(findLastOccurrence(nullptr, "word"), -1);
+  EXPECT_EQ(findLastOccurrence("word", nullptr), -1);
 }
 
 // --- Several processes ----------------------------------------------------------------------------------------------
@@ -1863,4 +1878,22 @@ TEST(BackupLogFile, LogWhosePathEndsLikeABackupIsNotMoved) {
   for (const char *id : {"<ID>1</ID>", "<ID>2</ID>", "<ID>3</ID>"}) EXPECT_NE(log.find(id), std::string::npos) << id;
   EXPECT_EQ(BackupLogFile(path.c_str()), SM_STATUS_INVALID_INPUT) << "it would be deleted as its own older backup";
   EXPECT_EQ(sandbox::ReadFile(path), log);
+}
+
+// --- Arguments of the inner functions -------------------------------------------------------------------------------
+
+TEST(LogHelpers, NullIsRefusedAndTouchesNothing) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path("file");
+  ASSERT_TRUE(sandbox::WriteFile(path, "text"));
+  EXPECT_EQ(CreateLogDir(nullptr), SM_STATUS_SUCCESS);  // where there is no path there is no directory to make
+  EXPECT_EQ(DeleteLogFile(nullptr), -1);
+  EXPECT_NE(BackupLogFile(nullptr), SM_STATUS_SUCCESS);
+  booln isBackedUp = 1;
+  CheckBackupLogFile(nullptr, 1, 1, &isBackedUp);
+  EXPECT_EQ(isBackedUp, 0);
+  CheckBackupLogFile(path.c_str(), 1, 1, nullptr);
+  EXPECT_EQ(findLastOccurrence(nullptr, "text"), -1);
+  EXPECT_EQ(findLastOccurrence("text", nullptr), -1);
+  EXPECT_EQ(sandbox::ReadFile(path), "text");
 }

@@ -2,23 +2,94 @@
 #include "zebcs/net.h"
 #include "zebcs/product.h"
 
+// The digests of before OpenSSL 3 are what the library calls.
+#define OPENSSL_SUPPRESS_DEPRECATED
+
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
+#include <openssl/md5.h>
+#include <openssl/sha.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "program.h"
 #include "sandbox.h"
 #include "zebcs/frame.h"
+
+// --- Steps of a digest, which libcrypto can refuse -------------------------------------------------------------------
+
+namespace {
+
+int l_steps = 0;        // taken so far
+int l_refusedStep = 0;  // counted from 1; 0 for none
+
+template <class Function, class... Arguments>
+int TakeStep(Function * /*ours*/, const char *name, Arguments... arguments) {
+  if (++l_steps == l_refusedStep) return 0;
+  void *const address = dlsym(RTLD_NEXT, name);
+  if (address == nullptr) std::abort();
+  return reinterpret_cast<Function *>(address)(arguments...);
+}
+
+}  // namespace
+
+#pragma GCC visibility push(default)  // the library finds these before libcrypto's
+extern "C" {
+int MD5_Init(MD5_CTX *context) { return TakeStep(MD5_Init, "MD5_Init", context); }
+int MD5_Update(MD5_CTX *context, const void *data, size_t size) {
+  return TakeStep(MD5_Update, "MD5_Update", context, data, size);
+}
+int MD5_Final(unsigned char *digest, MD5_CTX *context) { return TakeStep(MD5_Final, "MD5_Final", digest, context); }
+int SHA256_Init(SHA256_CTX *context) { return TakeStep(SHA256_Init, "SHA256_Init", context); }
+int SHA256_Update(SHA256_CTX *context, const void *data, size_t size) {
+  return TakeStep(SHA256_Update, "SHA256_Update", context, data, size);
+}
+int SHA256_Final(unsigned char *digest, SHA256_CTX *context) {
+  return TakeStep(SHA256_Final, "SHA256_Final", digest, context);
+}
+int EVP_DigestInit_ex(EVP_MD_CTX *context, const EVP_MD *type, ENGINE *engine) {
+  return TakeStep(EVP_DigestInit_ex, "EVP_DigestInit_ex", context, type, engine);
+}
+int EVP_DigestUpdate(EVP_MD_CTX *context, const void *data, size_t size) {
+  return TakeStep(EVP_DigestUpdate, "EVP_DigestUpdate", context, data, size);
+}
+int EVP_DigestFinal_ex(EVP_MD_CTX *context, unsigned char *digest, unsigned int *size) {
+  return TakeStep(EVP_DigestFinal_ex, "EVP_DigestFinal_ex", context, digest, size);
+}
+}  // extern "C"
+#pragma GCC visibility pop
 
 namespace {
 
 constexpr char kFill = 'x';
+constexpr const char *kProbe = "as-probe";
+
+// This program as a client that has just loaded the library: prints the statuses of the functions that need it attached.
+__attribute__((constructor)) void ActAsProbe(int argc, char **argv) {
+  if (argc != 2 || std::string_view(argv[1]) != kProbe) return;
+  astring text[100];
+  ustring wide[100];
+  u8 address[16] = {};
+  u32 size = sizeof text;
+  std::printf("%d ", KCSGetIPHostName(text, &size));
+  std::printf("%d ", KCSUniGetIPHostName(wide, &size));
+  std::printf("%d ", KCSIPAddrASCIIToNetwork("::1", address, &size));
+  std::printf("%d ", KCSIPAddrNetworkToASCII(address, sizeof address, text, &size));
+  std::printf("%d\n", UnLoadIPSupt());
+  std::exit(0);
+}
 
 std::vector<std::string> OwnAddresses() {
   u32 count = 0;
@@ -362,6 +433,27 @@ TEST(GetSockType, SaysWhichSocketsOpen) {
   EXPECT_STREQ(KCSGetLoopBack(), loopBacks[expected]);
 }
 
+TEST(GetSockType, WithoutDescriptorsThereAreNoSocketsAndNoLoopBack) {
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  const Proto_Type type = KCSGetSockType();
+  const astring *const loopBack = KCSGetLoopBack();
+  u32 count = 4711;
+  EXPECT_EQ(KCSGetIPAddrStrList(nullptr, &count, nullptr), -1);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(type, NONE);
+  EXPECT_EQ(loopBack, nullptr);
+  EXPECT_EQ(count, 0u);
+}
+
+TEST(NotLoaded, IsTheAnswerOfALibraryThatCouldNotAttach) {
+  ASSERT_TRUE(sandbox::RemoveTree(sandbox::kLockDirectory));
+  const ProgramResult result = RunProgram({std::filesystem::read_symlink("/proc/self/exe"), kProbe});
+  EXPECT_EQ(result.output, "17 17 17 17 2\n") << result.errors;
+}
+
 TEST(hexToDecimalConvert, EveryCharacter) {
   for (int c = 0; c < 256; ++c) {
     int expected = c - 48;
@@ -395,6 +487,23 @@ TEST(Hash, NullTextGivesZeros) {
     EXPECT_EQ(SaltedHash(d, nullptr, "00"), Bytes(size, 0)) << d.name;
     EXPECT_EQ(SaltedHash(d, "password", nullptr), Bytes(size, 0)) << d.name;
     d.hash("password", nullptr, "00");
+  }
+}
+
+TEST(SaltedHash, IsZerosWhereAnyStepOfItIsRefused) {
+  for (const SaltedDigest &d : kSaltedDigests) {
+    const size_t size = static_cast<size_t>(EVP_MD_get_size(d.algorithm()));
+    const Bytes right = SaltedHash(d, "password", "00");
+    constexpr int kSteps = 4;  // the beginning, the password, its salt, the end
+    for (int step = 1; step <= kSteps; ++step) {
+      l_steps = 0;
+      l_refusedStep = step;
+      const Bytes digest = SaltedHash(d, "password", "00");
+      l_refusedStep = 0;
+      EXPECT_EQ(l_steps, step) << d.name << ": nothing is asked for behind it";
+      EXPECT_EQ(digest, Bytes(size, 0)) << d.name << ", step " << step;
+    }
+    EXPECT_EQ(SaltedHash(d, "password", "00"), right);
   }
 }
 

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <ostream>
@@ -1708,6 +1709,12 @@ TEST(DelFile, SetsTheModeFirst) {
   }
 }
 
+TEST(FileHelpers, NothingIsDoneToAPathThatIsMissing) {
+  for (const auto function : {CreateDir, KCSMkDir, DelDir, KCSRmDir, DelFile, KCSDeleteFile}) {
+    EXPECT_EQ(function(nullptr), -1);
+  }
+}
+
 TEST(ReplaceFile, DeletesAndRenames) {
   const TemporaryDirectory directory;
   const std::string oldFile = directory.Path("old");
@@ -1741,6 +1748,9 @@ TEST(ReplaceFile, Fails) {
   sandbox::MakeDirectories(oldFile);
   EXPECT_EQ(ReplaceFile(oldFile.c_str(), newFile.c_str()), SM_STATUS_DELETE_FAILED) << "a directory";
   EXPECT_EQ(ContentOf(newFile), "new");
+  EXPECT_EQ(ReplaceFile(nullptr, newFile.c_str()), SM_STATUS_BAD_PARAMETER);
+  EXPECT_EQ(ReplaceFile(newFile.c_str(), nullptr), SM_STATUS_BAD_PARAMETER);
+  EXPECT_EQ(ModeOf(newFile), 0600u) << "it is not touched";
   EXPECT_EQ(ReplaceFile(newFile.c_str(), directory.Path("none").c_str()), SM_STATUS_RENAME_FAILED);
   EXPECT_EQ(ContentOf(newFile), kNoFile) << "it is gone by then";
 }
@@ -1765,6 +1775,15 @@ TEST(GetStreamFileSize, KeepsThePosition) {
   EXPECT_EQ(GetStreamFileSize(file), 12) << "what is not on disk yet counts";
   EXPECT_EQ(std::fclose(file), 0);
   EXPECT_EQ(ContentOf(path), "0123456789ab");
+}
+
+TEST(GetStreamFileSize, CannotBeToldWhereWhatWaitsCannotBeWritten) {
+  FILE *const file = std::fopen("/dev/full", "w");
+  ASSERT_NE(file, nullptr);
+  EXPECT_GE(std::fputs("text", file), 0);
+  EXPECT_EQ(GetStreamFileSize(file), -1);
+  (void)std::fclose(file);  // fails as well
+  EXPECT_EQ(GetStreamFileSize(nullptr), -1);
 }
 
 TEST(GetStreamFileSize, PipeHasNone) {
@@ -1912,14 +1931,31 @@ TEST(GetTmpFile, WayBackMayBeClosed) {
 }
 
 TEST(GetTmpFile, FailsWhereThereIsNoDirectoryForTemporaryFiles) {
-  const TemporaryDirectory root;
-  sandbox::MakeDirectories(root.Path("work"));
-  InAnotherProcess([&root] {
-    ASSERT_EQ(chroot(root.path().c_str()), 0);
-    ASSERT_EQ(chdir("/work"), 0);
-    EXPECT_EQ(MakeTmpFile("/", 30).status, SM_STATUS_RENAME_FAILED);
-    EXPECT_EQ(WorkingDirectory(), "/work");
-  });
+  const struct {
+    const char *what;
+    std::function<void(const std::string &)> prepare;
+  } cases[] = {
+      {"none", [](const std::string &) {}},
+      {"a file", [](const std::string &path) { EXPECT_TRUE(sandbox::WriteFile(path, "text")); }},
+      {"one that cannot be entered", [](const std::string &path) { EXPECT_EQ(mkdir(path.c_str(), 0), 0); }},
+  };
+  for (const auto &c : cases) {
+    const TemporaryDirectory root;
+    sandbox::MakeDirectories(root.Path("work"));
+    c.prepare(root.Path("tmp"));
+    InAnotherProcess([&] {
+      const int before = open("/", O_PATH | O_CLOEXEC);
+      ASSERT_EQ(chroot(root.path().c_str()), 0);
+      ASSERT_EQ(chdir("/work"), 0);
+      ASSERT_TRUE(DropFileOverride());
+      const TmpFile got = MakeTmpFile("/", 30);
+      EXPECT_EQ(got.status, SM_STATUS_RENAME_FAILED) << c.what;
+      EXPECT_EQ(got.buffer, Filled("", 30)) << c.what;
+      EXPECT_EQ(WorkingDirectory(), "/work");
+      EXPECT_EQ(fchdir(before), 0);  // where what this process has covered can be written
+      EXPECT_EQ(chroot("."), 0);
+    });
+  }
 }
 
 TEST(GetTmpFile, ArgumentsMustBeThere) {
@@ -1930,4 +1966,20 @@ TEST(GetTmpFile, ArgumentsMustBeThere) {
   EXPECT_EQ(GetTmpFile("/", name, nullptr), SM_STATUS_BAD_PARAMETER);
   EXPECT_EQ(size, sizeof name);
   EXPECT_EQ(GetTmpFile("/", name, &size), 0);
+}
+
+// --- Arguments of the inner functions -------------------------------------------------------------------------------
+
+TEST(FileHelpers, NullIsRefusedAndTouchesNothing) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.Path("file");
+  ASSERT_TRUE(sandbox::WriteFile(path, "text", 0600));
+  EXPECT_EQ(ReplaceFile(nullptr, path.c_str()), SM_STATUS_BAD_PARAMETER);
+  EXPECT_EQ(ReplaceFile(path.c_str(), nullptr), SM_STATUS_BAD_PARAMETER);
+  EXPECT_EQ(CreateDir(nullptr), -1);
+  EXPECT_EQ(DelDir(nullptr), -1);
+  EXPECT_EQ(DelFile(nullptr), -1);
+  EXPECT_EQ(GetStreamFileSize(nullptr), -1);
+  EXPECT_EQ(sandbox::ReadFile(path), "text");
+  EXPECT_EQ(ModeOf(path) & 07777, 0600u);
 }
