@@ -661,6 +661,19 @@ TEST(FullPath, KeptItIsCutAt256Bytes) {
   for (const Loader load : kLoaders) EXPECT_EQ(Load(path.substr(0, 255), load), Pairs());
 }
 
+TEST(FullPath, IsRefusedAbove256BytesWhereItIsNotCut) {
+  const TemporaryDirectory directory;
+  const std::string folder = directory.Path(std::string(100, 'd'));
+  ASSERT_TRUE(sandbox::MakeDirectories(folder));
+  const std::string path = folder + '/' + std::string(256 - folder.size() - 1, 'n');
+  ASSERT_TRUE(sandbox::WriteFile(path, "a=0\n"));
+  ASSERT_TRUE(sandbox::WriteFile(path + 'n', "a=0\n"));
+  EXPECT_EQ(Set(path + 'n', "a", "9", 0, SetKeyValueEntry), SM_STATUS_INVALID_INPUT);
+  EXPECT_EQ(sandbox::ReadFile(path + 'n'), "a=0\n");
+  EXPECT_EQ(Set(path, "a", "9", 0, SetKeyValueEntry), 0);
+  EXPECT_EQ(sandbox::ReadFile(path), "a=9\n");
+}
+
 TEST(FullPath, TemporaryFileOfALongDirectoryIsWhereItBelongs) {
   const TemporaryDirectory directory;
   std::string folder = directory.Path(std::string(100, 'd')) + '/';

@@ -354,6 +354,31 @@ TEST(GetParamIndexByUStrName, KeptNotEvenWithTheEntryBehindTheName) {
   }
 }
 
+TEST(GetParamIndex, EntryThatIsMissingIsSkippedAndNameThatIsMissingFindsNone) {
+  astring first[] = "a=1";
+  astring second[] = "b=2";
+  astring *list[] = {nullptr, first, nullptr, second};
+  EXPECT_EQ(GetParamIndexByAStrName(4, list, "b", 0), 3);
+  EXPECT_STREQ(GetAStrParamValueByAStrName(4, list, "b", 0), "2");
+  EXPECT_EQ(GetParamIndexByAStrName(4, list, "c", 0), -1);
+  ustring wide[] = {'a', '=', '1', 0};
+  ustring *wideList[] = {nullptr, wide};
+  for (const booln ignoreCase : {booln{0}, booln{1}}) {
+    EXPECT_EQ(GetParamIndexByAStrName(4, list, nullptr, ignoreCase), -1);
+    EXPECT_EQ(GetAStrParamValueByAStrName(4, list, nullptr, ignoreCase), nullptr);
+    EXPECT_EQ(GetParamIndexByUStrName(2, wideList, nullptr, ignoreCase), -1);
+    EXPECT_EQ(GetUStrParamValueByUStrName(2, wideList, nullptr, ignoreCase), nullptr);
+  }
+}
+
+TEST(RemoveDQuotesInStrArr, TextThatIsMissingIsSkipped) {
+  astring text[] = "\"a\"";
+  astring *list[] = {nullptr, text, nullptr};
+  KCSRemoveDQuotesInStrArr(3, list);
+  EXPECT_STREQ(text, "a");
+  EXPECT_EQ(list[0], nullptr);
+}
+
 TEST(RemoveDQuotesInStrArr, EveryShortText) {
   for (const std::string &text : TextsOf("a\"'", 8)) {
     std::string buffer(text.c_str(), text.size() + 1);
@@ -431,6 +456,7 @@ TEST(AppendNode, StoresNothingWithoutBoth) {
     append(nullptr, "node", &joined);
     append("document", nullptr, &joined);
     append(nullptr, nullptr, &joined);
+    append("document", "node", nullptr);
     EXPECT_EQ(joined, before);
   }
 }

@@ -242,6 +242,8 @@ TEST(SSStrCat, NullTextAndUnallocatedRecordAreLeftAlone) {
   EXPECT_EQ(KCSSSUStrCatUStr(&noWide, U("a").data()), nullptr);
   EXPECT_EQ(KCSSSUStrCatAStr(&noWide, "a"), nullptr);
   EXPECT_EQ(noNarrow.strCurLen + noWide.strCurLen, 0u);
+  EXPECT_EQ(KCSSSAStrCatUStr(nullptr, U("a").data()), nullptr);
+  EXPECT_EQ(KCSSSUStrCatAStr(nullptr, "a"), nullptr);
   EXPECT_EQ(KCSSSAStrCatAStr(nullptr, "a"), nullptr);
   EXPECT_EQ(KCSSSUStrCatAStr(nullptr, "a"), nullptr);
 }

@@ -123,6 +123,10 @@ TEST(DASuptCMDHelp, RunsEveryCommandButItself) {
        "<CLICmdHelp count=\"2\"><zebcmd val=\"first\"><first a=\"1\">&</first></zebcmd>"
        "<zebcmd val=\"second\">%s%n</zebcmd></CLICmdHelp>",
        {"first", "second"}},
+      {"one without a name",
+       {{"help", SendSelf}, {nullptr, SendSecond}},
+       "<CLICmdHelp count=\"1\"><zebcmd val=\"\">%s%n</zebcmd></CLICmdHelp>",
+       {"second"}},
       {"one that answers nothing",
        {{"help", SendSelf}, {"nothing", SendNothing}, {"second", SendSecond}},
        "<CLICmdHelp count=\"2\"><zebcmd val=\"second\">%s%n</zebcmd></CLICmdHelp>",

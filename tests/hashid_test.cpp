@@ -189,6 +189,8 @@ TEST(HashID, NullIsATableWithoutWords) {
   EXPECT_EQ(KCSFindFirstHashID(nullptr, 8, &word, &bit), 0u);
   const std::vector<u32> table = TableWith(1, {5});
   EXPECT_EQ(KCSFindFirstHashID(table.data(), 4, nullptr, &bit), 0u);
+  EXPECT_EQ(KCSFindFirstHashID(table.data(), 4, &word, nullptr), 0u);
+  EXPECT_EQ(KCSFindNextHashID(table.data(), 4, nullptr, &bit), 0u);
   EXPECT_EQ(KCSFindNextHashID(table.data(), 4, &word, nullptr), 0u);
 }
 

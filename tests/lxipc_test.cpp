@@ -10,9 +10,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "program.h"
 #include "sandbox.h"
@@ -173,6 +175,40 @@ TEST(LockIPCFileRecord, KeptEveryOffsetIsTheSameLock) {
   EXPECT_EQ(UnlockIPCFileRecord(123), 0);
   other.Send("go on");
   EXPECT_EQ(other.Wait(), 0);
+}
+
+TEST(LockIPCFileRecord, WaitThatWouldNeverEndFails) {
+  sandbox::RequireSandbox();
+  // Each of two processes has what the other waits for.
+  const sandbox::TemporaryDirectory directory;
+  const std::string path = directory.Path("other");
+  ASSERT_TRUE(sandbox::WriteFile(path, ""));
+  struct flock whole {};
+  whole.l_type = F_WRLCK;
+  whole.l_whence = SEEK_SET;
+  Process other;
+  ASSERT_TRUE(other.Start([&](Channel &channel) {
+    if (LockIPCFileRecord(0, 0) != 0) return 1;
+    const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    channel.Put("held");
+    if (channel.Get() != "wait") return 2;
+    if (fcntl(fd, F_SETLKW, &whole) != 0) return 3;
+    return UnlockIPCFileRecord(0) == 0 ? 0 : 4;
+  }));
+  ASSERT_EQ(other.Receive(), "held");
+  const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(fcntl(fd, F_SETLK, &whole), 0);
+  other.Send("wait");
+  const std::string waiting = "-> POSIX  ADVISORY  WRITE " + std::to_string(other.pid()) + ' ';
+  const auto end = std::chrono::steady_clock::now() + sandbox::kDeadline;
+  while (sandbox::ReadFile("/proc/locks").find(waiting) == std::string::npos) {
+    ASSERT_LT(std::chrono::steady_clock::now(), end);
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(LockIPCFileRecord(0, ZEBCS_WAIT_FOREVER), -1);
+  EXPECT_EQ(close(fd), 0);
+  EXPECT_EQ(other.Wait(), 0);
+  EXPECT_EQ(LockIPCFileRecord(0, ZEBCS_WAIT_FOREVER), 0);
 }
 
 TEST(LockIPCFileRecord, ReadOnlyFileIsLockedForReading) {
@@ -354,6 +390,18 @@ TEST(Semaphore, ExistingOneKeepsItsValue) {
 TEST(Semaphore, OpeningWhatIsNotThereFails) {
   sandbox::RequireSandbox();
   EXPECT_EQ(OpenSemaphore(kName), nullptr);
+}
+
+TEST(Semaphore, OneThatTheSystemRefusesIsNull) {
+  sandbox::RequireSandbox();
+  std::vector<int> all;
+  for (int id = 0; (id = semget(IPC_PRIVATE, 1, 0600)) != -1;) all.push_back(id);
+  ASSERT_EQ(errno, ENOSPC);
+  EXPECT_EQ(CreateSemaphore(kName, 1), nullptr);
+  for (const int id : all) (void)semctl(id, 0, IPC_RMID);
+  void *const semaphore = CreateSemaphore(kName, 1);
+  EXPECT_NE(semaphore, nullptr);
+  DestroySemaphore(semaphore);
 }
 
 TEST(Semaphore, DestroyedOneIsGone) {

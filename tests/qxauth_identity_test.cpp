@@ -17,8 +17,8 @@
 #include "guarded_buffer.h"
 #include "sandbox.h"
 #include "zebcs/auth.h"
-#include "zebcs/system.h"
 #include "zebcs/frame.h"
+#include "zebcs/system.h"
 
 namespace {
 
@@ -341,6 +341,7 @@ TEST_F(GetUGroups, WithoutRoomGroupsAreCounted) {
   } cases[] = {{"dave", 100}, {"alice", 2}, {"bob", 1}, {"carol", 0}, {"no-such-account", 0}};
   for (const auto &c : cases) {
     EXPECT_EQ(getugroups(0, nullptr, c.user), c.expected) << c.user;
+    EXPECT_EQ(getugroups(1, nullptr, c.user), c.expected) << c.user;
     const sandbox::GuardedBuffer nothing(0);
     EXPECT_EQ(getugroups(0, nothing.data<u32>(), c.user), c.expected) << c.user;
   }

@@ -316,6 +316,19 @@ TEST(AuthPamTalker, NullArgumentsAreRefused) {
   EXPECT_EQ(auth_pam_talker(1, messages, &responses, nullptr), PAM_CONV_ERR);
   EXPECT_EQ(auth_pam_talker(1, nullptr, nullptr, nullptr), PAM_CONV_ERR);
   EXPECT_EQ(auth_pam_talker(0, nullptr, &responses, &info), PAM_CONV_ERR);
+  const pam_message *holed[] = {&kPasswordPrompt, nullptr};
+  EXPECT_EQ(auth_pam_talker(2, holed, &responses, &info), PAM_CONV_ERR);
+  EXPECT_EQ(responses, &untouched);
+}
+
+TEST(AuthPamTalker, PromptForWhatIsMissingEndsTheConversation) {
+  const pam_message *prompts[] = {&kNamePrompt, &kPasswordPrompt};
+  pam_response untouched{};
+  pam_response *responses = &untouched;
+  auth_pam_userinfo withoutWord{"name", nullptr};
+  EXPECT_EQ(auth_pam_talker(2, prompts, &responses, &withoutWord), PAM_CONV_ERR);
+  auth_pam_userinfo withoutName{nullptr, "word"};
+  EXPECT_EQ(auth_pam_talker(2, prompts, &responses, &withoutName), PAM_CONV_ERR);
   EXPECT_EQ(responses, &untouched);
 }
 
