@@ -383,6 +383,13 @@ TEST_F(GetUGroups, LongMemberLists) {
   ExpectGroups("eve", 5, {10, 20, 30});
 }
 
+TEST_F(GetUGroups, NullNameHasNone) {
+  u32 id = 4711;
+  EXPECT_EQ(getugroups(1, &id, nullptr), 0);
+  EXPECT_EQ(getugroups(0, nullptr, nullptr), 0);
+  EXPECT_EQ(id, 4711u);
+}
+
 TEST_F(GetUGroups, NegativeCapacityIsNoRoom) {
   const sandbox::GuardedBuffer nothing(0);
   EXPECT_EQ(getugroups(-1, nothing.data<u32>(), "alice"), 2);
