@@ -3,19 +3,13 @@
 // call works.
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <set>
-#include <sstream>
+#include <ostream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "fault_points.h"

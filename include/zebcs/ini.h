@@ -80,8 +80,8 @@ ZEBCS_API s32 KCSReadINIPathFileValue(const astring *pSection, const astring *pK
  * byte for byte. The file is written anew as "kcsini64.tmp" in its directory, which is made if missing (one level),
  * and then takes the place of the old one with mode 01664. A file that does not exist is written directly, and a new
  * section is added to the file in place. The temporary file of a file directly under the root is in the working
- * directory. One that another account has left is replaced. Where something else than a plain file has the name of the
- * temporary one, nothing is written.
+ * directory. Where another account has left one that cannot be replaced, or something else than a plain file has its
+ * name, nothing is written.
  *
  * pSection, pKey  at most 255 bytes.
  * pPathFileName   must not end in "/kcsini64.tmp", nor be that name.

@@ -17,6 +17,7 @@
 namespace {
 
 constexpr char kConfigurationFile[] = "/etc/zeb.conf";
+constexpr mode_t kLockFileMode = 0664;
 constexpr int kDefaultNameBase = 100000;
 constexpr int kNameBaseUnread = -1;
 
@@ -49,9 +50,7 @@ s32 Poll(u32 retries, TryOnce tryOnce) {
   }
 }
 
-constexpr mode_t kLockFileMode = 0664;
-
-// Opens a text file that there is. A pipe is not waited for, and a device may have no end.
+// Opens the configuration, if there is one. A pipe is not waited for, and a device may have no end.
 FilePtr OpenConfiguration() {
   FdGuard file(open(kConfigurationFile, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!file || !IsRegularFile(file.get())) return nullptr;
