@@ -61,8 +61,15 @@ const Unit *Source(const std::vector<Unit> &text) {
 // What a converter makes of a text: a piece for each character up to the first that it refuses, and the status then.
 template <class Unit>
 struct Conversion {
-  std::vector<std::vector<Unit>> pieces;
+  std::vector<Unit> units;
+  std::vector<size_t> ends = {0};  // where a piece may begin or end
   s32 status = SM_STATUS_SUCCESS;
+
+  template <class Piece>
+  void Add(const Piece &piece) {
+    units.insert(units.end(), piece.begin(), piece.end());
+    ends.push_back(units.size());
+  }
 };
 
 // All rooms where that is not too many, and those at the edges.
@@ -81,13 +88,7 @@ std::vector<u32> RoomsFor(size_t needed, u32 other) {
 // Asks for the size, and converts into each room. The room is a number of units; the size that comes back is in bytes.
 template <class Unit, class Convert>
 void CheckConverter(const Conversion<Unit> &expected, u32 otherRoom, Convert convert) {
-  std::vector<Unit> whole;
-  std::vector<size_t> ends = {0};  // where a piece ends
-  for (const std::vector<Unit> &piece : expected.pieces) {
-    whole.insert(whole.end(), piece.begin(), piece.end());
-    ends.push_back(whole.size());
-  }
-  const size_t length = whole.size();
+  const size_t length = expected.units.size();
   const auto needed = static_cast<u32>((length + 1) * sizeof(Unit));
 
   u32 size = 12345;
@@ -96,8 +97,8 @@ void CheckConverter(const Conversion<Unit> &expected, u32 otherRoom, Convert con
 
   for (const u32 roomSize : RoomsFor(length + 1, otherRoom)) {
     // As many whole pieces as there is room for.
-    const size_t stored = *(std::upper_bound(ends.begin(), ends.end(), roomSize) - 1);
-    std::vector<Unit> written(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(stored));
+    const size_t stored = *(std::upper_bound(expected.ends.begin(), expected.ends.end(), roomSize) - 1);
+    std::vector<Unit> written(expected.units.data(), expected.units.data() + stored);
     s32 status = stored < length ? SM_STATUS_BUFFER_TOO_SMALL : SM_STATUS_SUCCESS;
     if (status == SM_STATUS_SUCCESS) status = expected.status;
     if (status == SM_STATUS_SUCCESS && written.size() == roomSize) status = SM_STATUS_BUFFER_TOO_SMALL;
@@ -233,7 +234,7 @@ void CheckUTF8(const std::vector<char> &text, u32 otherRoom) {
       units.status = SM_STATUS_BAD_DATA;
       break;
     }
-    units.pieces.push_back(piece);
+    units.Add(piece);
     rest.remove_prefix(decoded.length);
   }
   const astring *const source = Source(text);
@@ -252,7 +253,7 @@ void CheckUTF8(const std::vector<char> &text, u32 otherRoom) {
   for (const char c : text) {
     const std::string_view entity = EntityOf(static_cast<u8>(c));
     isEscaped = isEscaped || !entity.empty();
-    xml.pieces.push_back(entity.empty() ? std::vector<char>{c} : std::vector<char>(entity.begin(), entity.end()));
+    xml.Add(entity.empty() ? std::string_view(&c, 1) : entity);
   }
   CheckConverter(xml, otherRoom, [&](astring *pDest, u32 *pSize) {
     booln wasConverted = 7;
@@ -273,15 +274,9 @@ Conversion<char> UTF8OfUnits(const std::vector<ustring> &text) {
       if (first.status != SM_STATUS_SUCCESS) break;
       codePoint = first.codePoint;
     }
-    result.pieces.push_back(UTF8Of(codePoint));
+    result.Add(UTF8Of(codePoint));
   }
   return result;
-}
-
-std::string Joined(const Conversion<char> &conversion) {
-  std::string text;
-  for (const std::vector<char> &piece : conversion.pieces) text.append(piece.begin(), piece.end());
-  return text;
 }
 
 std::string EscapedForXML(std::string text, u32 passes) {
@@ -289,7 +284,7 @@ std::string EscapedForXML(std::string text, u32 passes) {
     std::string escaped;
     for (const char c : text) {
       const std::string_view entity = EntityOf(static_cast<u8>(c));
-      escaped += entity.empty() ? std::string(1, c) : std::string(entity);
+      escaped += entity.empty() ? std::string_view(&c, 1) : entity;
     }
     if (escaped == text) break;
     text = escaped;
@@ -312,7 +307,7 @@ void CheckUnits(const std::vector<ustring> &text, u32 otherRoom) {
   astring *const xml = KCSGetXMLUTF8StrFromUStr(source, passes);
   FUZZ_CHECK((xml != nullptr) == (utf8.status == SM_STATUS_SUCCESS));
   if (xml != nullptr) {
-    const std::string plain = Joined(utf8);
+    const std::string plain(utf8.units.begin(), utf8.units.end());
     const std::string expected = EscapedForXML(plain, passes);
     FUZZ_CHECK(xml == expected);
     KCSFreeMem(xml);
@@ -330,7 +325,7 @@ void CheckUCS4(const std::vector<u32> &text, u32 otherRoom) {
       utf8.status = SM_STATUS_BAD_DATA;
       break;
     }
-    utf8.pieces.push_back(piece);
+    utf8.Add(piece);
   }
   const u32 *const source = Source(text);
   CheckConverter(utf8, otherRoom,

@@ -247,6 +247,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   std::string file;
   Grants grants;
   const std::string_view text = input.TakeRest();
+  // Names times hosts: a line of many commas takes as long as hundreds of others, and shows no more.
+  if (std::count(text.begin(), text.end(), ',') > 30) return 0;
   unsigned long number = 0;
   for (size_t start = 0; start < text.size(); ++number) {
     const std::string_view line = text.substr(start, text.find('\n', start) - start);
