@@ -586,6 +586,19 @@ template <class Output>
   return p;
 }
 
+// Stores the start of a text that begins with units of three bytes, up to the first that has fewer: blocks do not pay
+// off for a name. Stops at a surrogate, too, and where a unit does not fit.
+template <class Output>
+[[gnu::always_inline]] inline const ustring *PutShortTextAsUTF8(const ustring *p, Output &output) {
+  constexpr ptrdiff_t kShortText = 16;
+  constexpr size_t kUnitSize = 3;
+  for (const ustring *const end = p + kShortText; p < end && output.Left() >= kUnitSize; ++p) {
+    if (*p < 0x800 || IsSurrogate(*p)) break;
+    PutUnit(*p, output);
+  }
+  return p;
+}
+
 // Puts one unit with all checks; a surrogate as the first character of `pText`.
 template <class Output>
 Conversion PutCheckedUnit(u32 c, const ustring *pText, Output output) {
@@ -601,6 +614,7 @@ template <class Output>
 Conversion UTF16ToUTF8(const ustring *pSrc, Output output) {
   const ustring *const pText = pSrc;
   const bool canShuffle = Output::kStores && HasShuffle();
+  if constexpr (Output::kStores) pSrc = PutShortTextAsUTF8(pSrc, output);
   for (;;) {
     if (IsBlockAligned(pSrc)) {
       pSrc = PutASCIIPairs(pSrc, output);
