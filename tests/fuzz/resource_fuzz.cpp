@@ -26,11 +26,8 @@ std::string BytesOf(const Units &units) {
 
 // Half a unit at the end is none.
 Units UnitsOf(std::string_view bytes) {
-  Units units;
-  for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
-    units.push_back(
-        static_cast<ustring>(static_cast<unsigned char>(bytes[i]) | static_cast<unsigned char>(bytes[i + 1]) << 8));
-  }
+  Units units(bytes.size() / sizeof(ustring));
+  if (!units.empty()) std::memcpy(units.data(), bytes.data(), units.size() * sizeof(ustring));
   return units;
 }
 

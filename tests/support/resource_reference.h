@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "zebcs/types.h"
-#include "zebcs/unistr.h"
 
 namespace resource_reference {
 
@@ -82,9 +81,10 @@ inline Delivered PlainTextOf(const ustring *line) {
 inline Delivered PlainAsk(const std::vector<Units> &lines, u32 textId, u32 &languageId) {
   if (languageId == 437 || languageId == 1033) languageId = 0;
   for (;;) {
-    const Units key = Terminated(U(Key(languageId, textId)));
+    const Units key = U(Key(languageId, textId));
     for (const Units &line : lines) {
-      if (UniStrstr(line.data(), key.data()) != nullptr) return PlainTextOf(line.data());
+      const auto end = std::find(line.begin(), line.end(), ustring{0});
+      if (std::search(line.begin(), end, key.begin(), key.end()) != end) return PlainTextOf(line.data());
     }
     if (languageId == 0) return std::nullopt;
     languageId = 0;
