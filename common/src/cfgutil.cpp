@@ -83,14 +83,6 @@ bool ReadPair(string_view line, char (&copy)[kLineRoom], Pair &pair) {
   return true;
 }
 
-MallocPtr<astring> NewText(string_view text) {
-  MallocPtr<astring> copy = MallocArray<astring>(text.size() + 1);
-  if (!copy) return nullptr;
-  std::memcpy(copy.get(), text.data(), text.size());
-  copy.get()[text.size()] = 0;
-  return copy;
-}
-
 void Clear(KCSKVEntry *pKVTable, u32 count) {
   for (KCSKVEntry *entry = pKVTable; entry < pKVTable + count; ++entry) {
     std::free(entry->pKey);
